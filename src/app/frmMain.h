@@ -1,0 +1,94 @@
+#pragma once
+// frmMain: the main window's logic. It owns the program object and every
+// handler of the window; a renderer (or the headless window) reports events
+// through ViewEvents.
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "app/program.h"
+#include "app/view.h"
+
+namespace ui {
+class cLV;
+}
+
+namespace app {
+
+inline constexpr const char* kHiddenWindowClass = "ThunderRT6Main";
+inline constexpr const char* kSettingsFile = "Kestrine.ini";
+inline constexpr const char* kSettingsSection = "Kestrine";
+inline constexpr const char* kCloseRefused = "Cannot close program while USB drive(s) are being released.";
+
+class frmMain : public ViewEvents {
+public:
+    frmMain(platform::Services& services, View& view);
+    ~frmMain() override;
+    frmMain(const frmMain&) = delete;
+    frmMain& operator=(const frmMain&) = delete;
+
+    Program& program() { return prog_; }
+    View& view() { return prog_.view; }
+
+    // Life of the window.
+    void Form_Load();
+    bool ActivatePrevInstance();  // true when the earlier instance was found and this process ended
+    void Form_Activate();
+    void Form_QueryUnload(std::int16_t& Cancel, std::int16_t UnloadMode);
+    void Form_Unload(std::int16_t& Cancel);
+    void Unload_Prog();
+    // Asks for the window to be unloaded: the close request, then the unload.
+    // False when the request was refused.
+    bool Unload();
+    void cmdClose_Click();
+    void mnuExit_Click();
+    void Form_Resize();
+
+    // Settings.
+    void ReadSettings();
+    void WriteSettings();
+    std::string SettingsPath();
+
+    // Window handlers.
+    void cmbSize_Click();
+    void SetLabelCap();
+    void ShowDriveCaption();
+    void FillDriveList(bool Refresh);
+    void ReadDrivesInfo();
+    void SubClassNotify();
+
+    // State of the window.
+    const std::string& StartDrive() const { return StartDrive_; }
+    std::int16_t FirstActivation() const { return FirstActivation_; }
+    std::int16_t ReleaseRunning() const { return ReleaseRunning_; }
+    void SetReleaseRunning(std::int16_t value) { ReleaseRunning_ = value; }
+    const std::string& SelectedDrive() const { return SelectedDrive_; }
+    float WaitStart() const { return WaitStart_; }
+    bool Ended() const { return ended_; }
+
+    // ViewEvents
+    void Click(Ctl control) override;
+    void DblClick(Ctl control) override;
+    void Change(Ctl control) override;
+    void KeyDown(Ctl control, std::int16_t& keyCode, std::int16_t shift) override;
+    void KeyUp(Ctl control, std::int16_t& keyCode, std::int16_t shift) override;
+    void MouseUp(Ctl control, std::int16_t button, std::int16_t shift, float x, float y) override;
+    void Validate(Ctl control, bool& cancel) override;
+    void Resize() override;
+    void Activate() override;
+    void CloseRequested() override;
+
+private:
+    Program prog_;
+    std::unique_ptr<ui::cLV> ListHelper_;
+    std::string StartDrive_;
+    std::int16_t FirstActivation_ = 0;
+    std::int16_t ReleaseRunning_ = 0;
+    std::string SelectedDrive_;
+    float WaitStart_ = 0;
+    bool closing_ = false;   // a close request or the unload is under way
+    bool unloaded_ = false;  // Form_Unload has run
+    bool ended_ = false;     // the process was asked to end
+};
+
+} // namespace app

@@ -1,0 +1,22 @@
+#include "app/program.h"
+
+#include "drives/cDrive.h"
+#include "ui/cTray.h"
+
+namespace app {
+
+Program::Program(platform::Services& services, View& window) : sys(services), view(window), ini(services.profile) {}
+
+Program::~Program() = default;
+
+void Program::WaitSince(float start, float seconds) {
+    constexpr float kDay = 86400.0f;
+    for (;;) {
+        sys.windows.DoEvents();
+        float elapsed = sys.windows.Timer() - start;
+        if (elapsed < 0) elapsed += kDay;  // the timer restarted at midnight
+        if (elapsed >= seconds) return;
+    }
+}
+
+} // namespace app

@@ -1,0 +1,48 @@
+#pragma once
+// The program-wide variables, held in one object that the main window owns,
+// so tests can make as many programs as they like.
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "app/view.h"
+#include "platform/services.h"
+#include "settings/basINI.h"
+
+namespace drives {
+class cDrive;
+}
+namespace ui {
+class cTray;
+}
+
+namespace app {
+
+inline constexpr std::int16_t kTrue = -1;
+inline constexpr std::int16_t kFalse = 0;
+
+struct Program {
+    Program(platform::Services& services, View& window);
+    ~Program();
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    platform::Services& sys;
+    View& view;
+
+    std::unique_ptr<drives::cDrive> gDrive;
+    std::unique_ptr<ui::cTray> gTray;
+    std::int16_t DeviceWatchEnabled = kFalse;
+    std::intptr_t PrevWndProc = 0;
+    std::int16_t LastDeviceEvent = 0;
+    std::string ChangedRoot;
+    std::string DriveTypeName;
+    std::string DriveLabel;
+    settings::basINI ini;  // IniKeys and IniValues live here
+
+    // Yields to the message loop until the given seconds have passed since
+    // start (a platform timer value), also when the wait spans midnight.
+    void WaitSince(float start, float seconds);
+};
+
+} // namespace app

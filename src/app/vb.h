@@ -1,0 +1,33 @@
+#pragma once
+// Small conversions the logic shares: the number conversions that accept what
+// a user may have typed into a settings file, rounding halves to even, and the
+// text helpers the window code relies on.
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vb {
+
+// Rounds to the nearest whole number, halves to the even neighbour.
+double RoundHalfEven(double value);
+
+// A number in text: optional spaces, sign, digits with an optional fraction
+// (point or the locale's separator) and exponent. Nothing for anything else.
+std::optional<double> ParseNumber(std::string_view text, char decimalSeparator = '.');
+// The 16-bit and 32-bit integer conversions (rounding halves to even);
+// nothing when the text is not a number or the value does not fit.
+std::optional<std::int16_t> CInt(std::string_view text, char decimalSeparator = '.');
+std::optional<std::int32_t> CLng(std::string_view text, char decimalSeparator = '.');
+
+// Removes leading and trailing spaces (spaces only).
+std::string Trim(std::string_view text);
+std::string UCase(std::string_view text);
+// The first n characters (all of them when shorter).
+std::string Left(std::string_view text, std::size_t n);
+
+// Formats with the number pattern "##0.#0": no grouping, at least one integer
+// digit, two decimals rounded, the given decimal separator.
+std::string FormatSize(double value, char decimalSeparator);
+
+} // namespace vb

@@ -1,0 +1,346 @@
+#include "platform/fake/headless_view.h"
+
+#include <cmath>
+#include <cstdio>
+
+namespace fake {
+
+using app::Ctl;
+using app::Kind;
+
+namespace {
+
+std::string Number(double v) {
+    char buf[64];
+    if (v == std::floor(v) && std::fabs(v) < 1e15)
+        std::snprintf(buf, sizeof buf, "%.0f", v);
+    else
+        std::snprintf(buf, sizeof buf, "%.3f", v);
+    return buf;
+}
+
+bool IsTextBox(Ctl c) { return app::Spec(c).kind == Kind::TextBox; }
+
+} // namespace
+
+HeadlessView::HeadlessView(platform::WindowHandle handle) : handle_(handle), states_(app::kControlCount) {
+    for (const auto& spec : app::FormTable()) {
+        State& s = at(spec.id);
+        s.text = std::string(spec.caption);
+        s.enabled = spec.enabled;
+        s.visible = spec.visible;
+        s.left = spec.left;
+        s.top = spec.top;
+        s.width = spec.width;
+        s.height = spec.height;
+    }
+}
+
+void HeadlessView::notify(Ctl control, std::string property, std::string value) {
+    if (observer_) observer_(ViewChange{control, std::move(property), std::move(value)});
+}
+
+void HeadlessView::notifyRows(Ctl list) {
+    if (!observer_) return;
+    std::string joined;
+    for (const auto& row : Rows(list)) {
+        if (!joined.empty()) joined += "\n";
+        joined += row;
+    }
+    notify(list, "rows", joined);
+}
+
+std::string HeadlessView::Text(Ctl control) const {
+    const State& s = at(control);
+    if (app::Spec(control).kind == Kind::ComboBox) {
+        if (s.listIndex < 0 || s.listIndex >= static_cast<int>(s.entries.size())) return {};
+        return s.entries[static_cast<std::size_t>(s.listIndex)];
+    }
+    return s.text;
+}
+
+void HeadlessView::SetText(Ctl control, const std::string& text) {
+    State& s = at(control);
+    if (s.text == text) return;
+    s.text = text;
+    const bool textBox = IsTextBox(control);
+    notify(control, textBox ? "text" : "caption", text);
+    if (textBox) {
+        s.dataChanged = true;
+        if (s.selStart > static_cast<int>(text.size())) s.selStart = static_cast<int>(text.size());
+        s.selLength = 0;
+        if (events_) events_->Change(control);
+    }
+}
+
+void HeadlessView::SetEnabled(Ctl control, bool enabled) {
+    State& s = at(control);
+    if (s.enabled == enabled) return;
+    s.enabled = enabled;
+    notify(control, "enabled", enabled ? "true" : "false");
+}
+
+void HeadlessView::SetVisible(Ctl control, bool visible) {
+    State& s = at(control);
+    if (s.visible == visible) return;
+    s.visible = visible;
+    notify(control, "visible", visible ? "true" : "false");
+}
+
+void HeadlessView::SetLeft(Ctl control, double twips) {
+    State& s = at(control);
+    if (s.left == twips) return;
+    s.left = twips;
+    notify(control, "left", Number(twips));
+}
+
+void HeadlessView::SetTop(Ctl control, double twips) {
+    State& s = at(control);
+    if (s.top == twips) return;
+    s.top = twips;
+    notify(control, "top", Number(twips));
+}
+
+void HeadlessView::SetWidth(Ctl control, double twips) {
+    State& s = at(control);
+    if (s.width == twips) return;
+    s.width = twips;
+    notify(control, "width", Number(twips));
+    if (control == Ctl::frmMain && events_) events_->Resize();
+}
+
+void HeadlessView::SetHeight(Ctl control, double twips) {
+    State& s = at(control);
+    if (s.height == twips) return;
+    s.height = twips;
+    notify(control, "height", Number(twips));
+    if (control == Ctl::frmMain && events_) events_->Resize();
+}
+
+double HeadlessView::ScaleWidth(Ctl control) const {
+    if (control == Ctl::frmMain) return at(control).width - (app::kFormWidth - app::kClientWidth);
+    return at(control).width;
+}
+
+double HeadlessView::ScaleHeight(Ctl control) const {
+    if (control == Ctl::frmMain) return at(control).height - (app::kFormHeight - app::kClientHeight);
+    return at(control).height;
+}
+
+void HeadlessView::SetWindowState(int state) {
+    if (windowState_ == state) return;
+    windowState_ = state;
+    notify(Ctl::frmMain, "windowState", std::to_string(state));
+    if (events_) events_->Resize();
+}
+
+void HeadlessView::AddColumn(Ctl list, const std::string& caption, int widthTwips) {
+    at(list).columns.push_back(Column{caption, widthTwips});
+    notify(list, "column", caption);
+}
+
+void HeadlessView::ClearItems(Ctl list) {
+    State& s = at(list);
+    s.items.clear();
+    s.selectedItem = 0;
+    notifyRows(list);
+}
+
+int HeadlessView::AddItem(Ctl list, const std::string& text) {
+    State& s = at(list);
+    s.items.push_back(Item{text, {}, false});
+    return static_cast<int>(s.items.size());
+}
+
+bool HeadlessView::SetItemText(Ctl list, int item, const std::string& text) {
+    if (!validItem(list, item)) return false;
+    at(list).items[static_cast<std::size_t>(item - 1)].text = text;
+    return true;
+}
+
+std::string HeadlessView::ItemText(Ctl list, int item) const {
+    if (!validItem(list, item)) return {};
+    return at(list).items[static_cast<std::size_t>(item - 1)].text;
+}
+
+bool HeadlessView::SetSubItem(Ctl list, int item, int sub, const std::string& text) {
+    if (!validItem(list, item) || sub < 1) return false;
+    auto& subs = at(list).items[static_cast<std::size_t>(item - 1)].subItems;
+    if (subs.size() < static_cast<std::size_t>(sub)) subs.resize(static_cast<std::size_t>(sub));
+    subs[static_cast<std::size_t>(sub - 1)] = text;
+    return true;
+}
+
+std::string HeadlessView::SubItem(Ctl list, int item, int sub) const {
+    if (!validItem(list, item) || sub < 1) return {};
+    const auto& subs = at(list).items[static_cast<std::size_t>(item - 1)].subItems;
+    if (subs.size() < static_cast<std::size_t>(sub)) return {};
+    return subs[static_cast<std::size_t>(sub - 1)];
+}
+
+bool HeadlessView::SetItemSelected(Ctl list, int item, bool selected) {
+    if (!validItem(list, item)) return false;
+    State& s = at(list);
+    auto& it = s.items[static_cast<std::size_t>(item - 1)];
+    if (it.selected == selected) return true;
+    it.selected = selected;
+    if (selected) s.selectedItem = item;
+    else if (s.selectedItem == item) s.selectedItem = 0;
+    notify(list, "selected", it.text + (selected ? " on" : " off"));
+    return true;
+}
+
+bool HeadlessView::ItemSelected(Ctl list, int item) const {
+    if (!validItem(list, item)) return false;
+    return at(list).items[static_cast<std::size_t>(item - 1)].selected;
+}
+
+bool HeadlessView::SetSelectedItem(Ctl list, int item) {
+    if (!validItem(list, item)) return false;
+    State& s = at(list);
+    for (int i = 1; i <= ItemCount(list); ++i)
+        if (i != item) SetItemSelected(list, i, false);
+    SetItemSelected(list, item, true);
+    s.selectedItem = item;
+    return true;
+}
+
+void HeadlessView::AddListItem(Ctl list, const std::string& text) {
+    State& s = at(list);
+    s.entries.push_back(text);
+    s.itemData.push_back(0);
+    notify(list, "added", text);
+}
+
+void HeadlessView::ClearList(Ctl list) {
+    State& s = at(list);
+    s.entries.clear();
+    s.itemData.clear();
+    s.listIndex = -1;
+    notify(list, "cleared", "");
+}
+
+std::string HeadlessView::List(Ctl list, int index) const {
+    const State& s = at(list);
+    if (index < 0 || index >= static_cast<int>(s.entries.size())) return {};
+    return s.entries[static_cast<std::size_t>(index)];
+}
+
+bool HeadlessView::SetListIndex(Ctl list, int index) {
+    State& s = at(list);
+    if (index < -1 || index >= static_cast<int>(s.entries.size())) return false;
+    s.listIndex = index;
+    notify(list, "listIndex", std::to_string(index));
+    if (events_) events_->Click(list);
+    return true;
+}
+
+std::int32_t HeadlessView::ItemData(Ctl list, int index) const {
+    const State& s = at(list);
+    if (index < 0 || index >= static_cast<int>(s.itemData.size())) return 0;
+    return s.itemData[static_cast<std::size_t>(index)];
+}
+
+bool HeadlessView::SetItemData(Ctl list, int index, std::int32_t data) {
+    State& s = at(list);
+    if (index < 0 || index >= static_cast<int>(s.itemData.size())) return false;
+    s.itemData[static_cast<std::size_t>(index)] = data;
+    return true;
+}
+
+void HeadlessView::SetSelStart(Ctl control, int start) {
+    State& s = at(control);
+    const int len = static_cast<int>(s.text.size());
+    s.selStart = start < 0 ? 0 : (start > len ? len : start);
+    if (s.selStart + s.selLength > len) s.selLength = len - s.selStart;
+}
+
+void HeadlessView::SetSelLength(Ctl control, int length) {
+    State& s = at(control);
+    const int len = static_cast<int>(s.text.size());
+    s.selLength = length < 0 ? 0 : length;
+    if (s.selStart + s.selLength > len) s.selLength = len - s.selStart;
+}
+
+void HeadlessView::SetFocus(Ctl control) { focus_ = control; }
+
+void HeadlessView::PopupMenu(Ctl menu, Ctl defaultEntry) {
+    lastPopup_ = menu;
+    lastPopupDefault_ = defaultEntry;
+    ++popupCount_;
+    notify(menu, "popup", std::string(app::Spec(defaultEntry).caption));
+}
+
+std::vector<std::string> HeadlessView::Rows(Ctl list) const {
+    std::vector<std::string> rows;
+    for (const auto& item : at(list).items) {
+        std::string row = item.text;
+        for (const auto& sub : item.subItems) row += " | " + sub;
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+// --- the user's actions ---
+
+void HeadlessView::UserClick(Ctl control) {
+    if (!at(control).enabled) return;
+    if (events_) events_->Click(control);
+}
+
+void HeadlessView::UserDblClick(Ctl control) {
+    if (events_) events_->DblClick(control);
+}
+
+void HeadlessView::UserKey(Ctl control, std::int16_t keyCode, std::int16_t shift) {
+    focus_ = control;
+    std::int16_t code = keyCode;
+    if (events_) events_->KeyDown(control, code, shift);
+    std::int16_t up = keyCode;
+    if (events_) events_->KeyUp(control, up, shift);
+}
+
+void HeadlessView::UserMouseUp(Ctl control, std::int16_t button, std::int16_t shift) {
+    if (events_) events_->MouseUp(control, button, shift, 0.0f, 0.0f);
+}
+
+void HeadlessView::UserType(Ctl control, const std::string& text) {
+    focus_ = control;
+    SetText(control, text);
+    at(control).selStart = static_cast<int>(text.size());
+}
+
+void HeadlessView::UserLeave(Ctl control) {
+    bool cancel = false;
+    if (events_) events_->Validate(control, cancel);
+    if (!cancel) focus_ = Ctl::frmMain;
+}
+
+void HeadlessView::UserChoose(Ctl list, int index) { SetListIndex(list, index); }
+
+void HeadlessView::UserSelectRows(Ctl list, const std::vector<int>& items) {
+    for (int i = 1; i <= ItemCount(list); ++i) SetItemSelected(list, i, false);
+    for (int item : items) SetItemSelected(list, item, true);
+    if (!items.empty()) at(list).selectedItem = items.front();
+    focus_ = list;
+    if (events_) events_->Click(list);
+}
+
+void HeadlessView::UserResize(double width, double height) {
+    SetWidth(Ctl::frmMain, width);
+    SetHeight(Ctl::frmMain, height);
+}
+
+void HeadlessView::UserMinimize() { SetWindowState(app::kStateMinimized); }
+
+void HeadlessView::UserRestore() { SetWindowState(app::kStateNormal); }
+
+void HeadlessView::Activate() {
+    if (events_) events_->Activate();
+}
+
+void HeadlessView::UserClose() {
+    if (events_) events_->CloseRequested();
+}
+
+} // namespace fake

@@ -1,0 +1,147 @@
+#pragma once
+// The main window without a screen: every control of the form table held in
+// memory, raising the same events a real window raises, so the logic runs
+// unchanged in tests and in kestrine-sim. It also plays the user: clicks, keys,
+// typing, choices and close requests go to the logic through ViewEvents.
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "app/view.h"
+
+namespace fake {
+
+struct ViewChange {
+    app::Ctl control;
+    std::string property;  // "caption", "text", "enabled", "visible", "left", "rows", "listIndex", "popup", ...
+    std::string value;
+};
+
+class HeadlessView : public app::View {
+public:
+    explicit HeadlessView(platform::WindowHandle handle = 0x10010);
+
+    // Observers see every change of a control's state, in order.
+    void OnChange(std::function<void(const ViewChange&)> observer) { observer_ = std::move(observer); }
+
+    // The user's actions.
+    void UserClick(app::Ctl control);
+    void UserDblClick(app::Ctl control);
+    void UserKey(app::Ctl control, std::int16_t keyCode, std::int16_t shift);  // key down, then up
+    void UserMouseUp(app::Ctl control, std::int16_t button, std::int16_t shift = 0);
+    void UserType(app::Ctl control, const std::string& text);
+    void UserLeave(app::Ctl control);  // focus leaves a control that validates
+    void UserChoose(app::Ctl list, int index);  // a combo or list box entry
+    void UserSelectRows(app::Ctl list, const std::vector<int>& items);  // report-view rows, then a click
+    void UserResize(double width, double height);
+    void UserMinimize();
+    void UserRestore();
+    void Activate();
+    void UserClose();
+
+    // The last pop-up menu opened, for tests.
+    app::Ctl LastPopup() const { return lastPopup_; }
+    app::Ctl LastPopupDefault() const { return lastPopupDefault_; }
+    int PopupCount() const { return popupCount_; }
+    bool Focused(app::Ctl control) const { return focus_ == control; }
+
+    // View
+    void SetEvents(app::ViewEvents* events) override { events_ = events; }
+    platform::WindowHandle hWnd() const override { return handle_; }
+    std::string Text(app::Ctl control) const override;
+    void SetText(app::Ctl control, const std::string& text) override;
+    bool Enabled(app::Ctl control) const override { return at(control).enabled; }
+    void SetEnabled(app::Ctl control, bool enabled) override;
+    bool Visible(app::Ctl control) const override { return at(control).visible; }
+    void SetVisible(app::Ctl control, bool visible) override;
+    double Left(app::Ctl control) const override { return at(control).left; }
+    double Top(app::Ctl control) const override { return at(control).top; }
+    double Width(app::Ctl control) const override { return at(control).width; }
+    double Height(app::Ctl control) const override { return at(control).height; }
+    void SetLeft(app::Ctl control, double twips) override;
+    void SetTop(app::Ctl control, double twips) override;
+    void SetWidth(app::Ctl control, double twips) override;
+    void SetHeight(app::Ctl control, double twips) override;
+    double ScaleWidth(app::Ctl control) const override;
+    double ScaleHeight(app::Ctl control) const override;
+    int WindowState() const override { return windowState_; }
+    void SetWindowState(int state) override;
+
+    void AddColumn(app::Ctl list, const std::string& caption, int widthTwips) override;
+    int ColumnCount(app::Ctl list) const override { return static_cast<int>(at(list).columns.size()); }
+    void ClearItems(app::Ctl list) override;
+    int AddItem(app::Ctl list, const std::string& text) override;
+    int ItemCount(app::Ctl list) const override { return static_cast<int>(at(list).items.size()); }
+    bool SetItemText(app::Ctl list, int item, const std::string& text) override;
+    std::string ItemText(app::Ctl list, int item) const override;
+    bool SetSubItem(app::Ctl list, int item, int sub, const std::string& text) override;
+    std::string SubItem(app::Ctl list, int item, int sub) const override;
+    bool SetItemSelected(app::Ctl list, int item, bool selected) override;
+    bool ItemSelected(app::Ctl list, int item) const override;
+    int SelectedItem(app::Ctl list) const override { return at(list).selectedItem; }
+    bool SetSelectedItem(app::Ctl list, int item) override;
+
+    void AddListItem(app::Ctl list, const std::string& text) override;
+    void ClearList(app::Ctl list) override;
+    int ListCount(app::Ctl list) const override { return static_cast<int>(at(list).entries.size()); }
+    std::string List(app::Ctl list, int index) const override;
+    int ListIndex(app::Ctl list) const override { return at(list).listIndex; }
+    bool SetListIndex(app::Ctl list, int index) override;
+    std::int32_t ItemData(app::Ctl list, int index) const override;
+    bool SetItemData(app::Ctl list, int index, std::int32_t data) override;
+
+    bool DataChanged(app::Ctl control) const override { return at(control).dataChanged; }
+    void SetDataChanged(app::Ctl control, bool changed) override { at(control).dataChanged = changed; }
+    int SelStart(app::Ctl control) const override { return at(control).selStart; }
+    void SetSelStart(app::Ctl control, int start) override;
+    int SelLength(app::Ctl control) const override { return at(control).selLength; }
+    void SetSelLength(app::Ctl control, int length) override;
+    void SetFocus(app::Ctl control) override;
+    void PopupMenu(app::Ctl menu, app::Ctl defaultEntry) override;
+
+    // One line per row of a report-view list: text and sub-items joined by " | ".
+    std::vector<std::string> Rows(app::Ctl list) const;
+
+private:
+    struct Item {
+        std::string text;
+        std::vector<std::string> subItems;
+        bool selected = false;
+    };
+    struct Column {
+        std::string caption;
+        int width = 0;
+    };
+    struct State {
+        std::string text;
+        bool enabled = true;
+        bool visible = true;
+        double left = 0, top = 0, width = 0, height = 0;
+        std::vector<Column> columns;
+        std::vector<Item> items;
+        int selectedItem = 0;
+        std::vector<std::string> entries;
+        std::vector<std::int32_t> itemData;
+        int listIndex = -1;
+        bool dataChanged = false;
+        int selStart = 0, selLength = 0;
+    };
+
+    State& at(app::Ctl control) { return states_[static_cast<std::size_t>(control)]; }
+    const State& at(app::Ctl control) const { return states_[static_cast<std::size_t>(control)]; }
+    void notify(app::Ctl control, std::string property, std::string value);
+    void notifyRows(app::Ctl list);
+    bool validItem(app::Ctl list, int item) const { return item >= 1 && item <= ItemCount(list); }
+
+    platform::WindowHandle handle_;
+    std::vector<State> states_;
+    app::ViewEvents* events_ = nullptr;
+    std::function<void(const ViewChange&)> observer_;
+    int windowState_ = app::kStateNormal;
+    app::Ctl focus_ = app::Ctl::frmMain;
+    app::Ctl lastPopup_ = app::Ctl::frmMain;
+    app::Ctl lastPopupDefault_ = app::Ctl::frmMain;
+    int popupCount_ = 0;
+};
+
+} // namespace fake

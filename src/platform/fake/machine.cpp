@@ -1,0 +1,470 @@
+#include "platform/fake/machine.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstring>
+#include <stdexcept>
+
+#include "platform/portable/profile_text.h"
+
+namespace fake {
+
+namespace {
+
+std::string Quote(std::string_view s) { return "\"" + std::string(s) + "\""; }
+
+char Upper(char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
+
+// Windows-style wildcard match without regard to case; "*.*" matches every name.
+bool Matches(std::string_view pattern, std::string_view name) {
+    if (pattern == "*.*" || pattern == "*") return true;
+    std::size_t p = 0, n = 0, star = std::string_view::npos, mark = 0;
+    while (n < name.size()) {
+        if (p < pattern.size() && (pattern[p] == '?' || Upper(pattern[p]) == Upper(name[n]))) {
+            ++p;
+            ++n;
+        } else if (p < pattern.size() && pattern[p] == '*') {
+            star = p++;
+            mark = n;
+        } else if (star != std::string_view::npos) {
+            p = star + 1;
+            n = ++mark;
+        } else {
+            return false;
+        }
+    }
+    while (p < pattern.size() && pattern[p] == '*') ++p;
+    return p == pattern.size();
+}
+
+void PutLe(std::span<std::uint8_t, 8> out, std::uint64_t value) {
+    for (auto& b : out) {
+        b = static_cast<std::uint8_t>(value & 0xFF);
+        value >>= 8;
+    }
+}
+
+void CopyCut(std::span<char> out, std::string_view text) {
+    if (out.empty()) return;
+    const std::size_t n = std::min(text.size(), out.size() - 1);
+    std::memcpy(out.data(), text.data(), n);
+    out[n] = '\0';
+}
+
+platform::FindData Entry(std::string_view name, std::uint32_t attributes, std::uint64_t size) {
+    platform::FindData d;
+    d.dwFileAttributes = attributes;
+    d.nFileSize = size;
+    CopyCut(d.cFileName, name);
+    return d;
+}
+
+} // namespace
+
+Machine::Machine() = default;
+
+// --- describing the machine ---
+
+std::string Machine::Key(std::string_view path) {
+    std::string key(path);
+    for (char& c : key) c = c == '/' ? '\\' : Upper(c);
+    while (key.size() > 3 && key.back() == '\\') key.pop_back();
+    if (key.size() == 2 && key[1] == ':') key += '\\';
+    return key;
+}
+
+void Machine::AddDrive(Drive drive) {
+    RemoveDrive(drive.root);
+    drives_.push_back(std::move(drive));
+    std::stable_sort(drives_.begin(), drives_.end(),
+                     [](const Drive& a, const Drive& b) { return Upper(a.root[0]) < Upper(b.root[0]); });
+}
+
+Drive* Machine::FindDrive(std::string_view root) {
+    if (root.empty()) return nullptr;
+    for (auto& d : drives_)
+        if (!d.root.empty() && Upper(d.root[0]) == Upper(root[0])) return &d;
+    return nullptr;
+}
+
+void Machine::RemoveDrive(std::string_view root) {
+    if (root.empty()) return;
+    const char letter = Upper(root[0]);
+    std::erase_if(drives_, [&](const Drive& d) { return !d.root.empty() && Upper(d.root[0]) == letter; });
+}
+
+Drive* Machine::driveOf(std::string_view path) {
+    if (path.size() < 2 || path[1] != ':') return nullptr;
+    return FindDrive(path);
+}
+
+void Machine::AddFolder(const std::string& path, std::uint32_t attributes) {
+    const std::string key = Key(path);
+    if (key.size() <= 3) return;  // a root exists with its drive
+    const auto slash = key.rfind('\\');
+    if (slash != std::string::npos && slash > 2) AddFolder(path.substr(0, slash), platform::kAttrDirectory);
+    auto& node = nodes_[key];
+    node.path = path;
+    node.attributes = attributes | platform::kAttrDirectory;
+}
+
+void Machine::AddFile(const std::string& path, std::string content, std::uint32_t attributes) {
+    const std::string key = Key(path);
+    const auto slash = key.rfind('\\');
+    if (slash != std::string::npos && slash > 2) AddFolder(path.substr(0, slash), platform::kAttrDirectory);
+    nodes_[key] = Node{path, attributes, std::move(content)};
+}
+
+std::optional<std::string> Machine::FileContent(const std::string& path) const {
+    auto it = nodes_.find(Key(path));
+    if (it == nodes_.end() || (it->second.attributes & platform::kAttrDirectory) != 0) return std::nullopt;
+    return it->second.content;
+}
+
+bool Machine::Exists(const std::string& path) const { return nodes_.count(Key(path)) != 0; }
+
+bool Machine::folderExists(const std::string& key) const {
+    if (key.size() == 3 && key[1] == ':') return true;  // the drive's root
+    auto it = nodes_.find(key);
+    return it != nodes_.end() && (it->second.attributes & platform::kAttrDirectory) != 0;
+}
+
+bool Machine::writable(std::string_view path) {
+    Drive* d = driveOf(path);
+    return d != nullptr && d->ready && !d->readOnly;
+}
+
+// --- the clock ---
+
+void Machine::Advance(double seconds) {
+    now_ += seconds;
+    runDue();
+}
+
+void Machine::At(double time, std::function<void()> work) { scheduled_.emplace_back(time, std::move(work)); }
+
+void Machine::runDue() {
+    for (std::size_t i = 0; i < scheduled_.size();) {
+        if (scheduled_[i].first <= now_) {
+            auto work = std::move(scheduled_[i].second);
+            scheduled_.erase(scheduled_.begin() + static_cast<std::ptrdiff_t>(i));
+            work();
+            i = 0;
+        } else {
+            ++i;
+        }
+    }
+}
+
+// --- the journal ---
+
+void Machine::record(std::string name, std::vector<std::string> args, std::string result, bool request) {
+    journal_.push_back(Call{std::move(name), std::move(args), std::move(result), request});
+    if (observer_) observer_(journal_.back());
+}
+
+std::vector<Call> Machine::Calls(std::string_view name) const {
+    std::vector<Call> out;
+    for (const auto& c : journal_)
+        if (c.name == name) out.push_back(c);
+    return out;
+}
+
+// --- Application ---
+
+bool Machine::PrevInstance() {
+    const bool running = other_.has_value();
+    record("PrevInstance", {}, running ? "true" : "false", false);
+    return running;
+}
+
+void Machine::SetTitle(const std::string& title) {
+    record("SetTitle", {Quote(title)}, "", false);
+    title_ = title;
+}
+
+void Machine::ExitProcess(std::uint32_t code) {
+    record("ExitProcess", {std::to_string(code)}, "", true);
+    ended_ = true;
+    exitCode_ = code;
+}
+
+// --- Volumes ---
+
+std::uint32_t Machine::GetLogicalDriveStringsA(std::span<char> buffer) {
+    std::string strings;
+    for (const auto& d : drives_) {
+        strings += d.root;
+        strings += '\0';
+    }
+    const auto needed = static_cast<std::uint32_t>(strings.size() + 1);
+    std::uint32_t result = needed;
+    if (needed <= buffer.size()) {
+        std::memcpy(buffer.data(), strings.data(), strings.size());
+        buffer[strings.size()] = '\0';
+        result = static_cast<std::uint32_t>(strings.size());
+    }
+    record("GetLogicalDriveStringsA", {std::to_string(buffer.size())}, std::to_string(result), false);
+    return result;
+}
+
+std::uint32_t Machine::GetDriveTypeA(const std::string& root) {
+    const Drive* d = driveOf(root);
+    const std::uint32_t type = d ? d->type : platform::kDriveNoRootDir;
+    record("GetDriveTypeA", {Quote(root)}, std::to_string(type), false);
+    return type;
+}
+
+bool Machine::GetDiskFreeSpaceExA(const std::string& directory, std::span<std::uint8_t, 8> freeBytesAvailable,
+                                  std::span<std::uint8_t, 8> totalBytes, std::span<std::uint8_t, 8> totalFreeBytes) {
+    const Drive* d = driveOf(directory);
+    const bool ok = d != nullptr && d->ready;
+    if (ok) {
+        PutLe(freeBytesAvailable, d->freeBytes);
+        PutLe(totalBytes, d->totalBytes);
+        PutLe(totalFreeBytes, d->freeBytes);
+    }
+    record("GetDiskFreeSpaceExA", {Quote(directory)}, ok ? "true" : "false", false);
+    return ok;
+}
+
+bool Machine::GetVolumeInformationA(const std::string& root, std::span<char> volumeName, std::uint32_t& serialNumber,
+                                    std::uint32_t& maxComponentLength, std::uint32_t& fileSystemFlags,
+                                    std::span<char> fileSystemName) {
+    const Drive* d = driveOf(root);
+    const bool ok = d != nullptr && d->ready;
+    if (ok) {
+        CopyCut(volumeName, d->label);
+        CopyCut(fileSystemName, d->fileSystem);
+        serialNumber = d->serial;
+        maxComponentLength = 255;
+        fileSystemFlags = 0;
+    }
+    record("GetVolumeInformationA", {Quote(root)}, ok ? "true" : "false", false);
+    return ok;
+}
+
+bool Machine::SetVolumeLabelA(const std::string& root, const std::string& label) {
+    Drive* d = driveOf(root);
+    const bool ok = d != nullptr && d->ready && !d->readOnly;
+    if (ok) d->label = label;
+    record("SetVolumeLabelA", {Quote(root), Quote(label)}, ok ? "true" : "false", true);
+    return ok;
+}
+
+std::uint32_t Machine::GetFileAttributesA(const std::string& path) {
+    std::uint32_t attributes = platform::kInvalidFileAttributes;
+    const Drive* d = driveOf(path);
+    if (d != nullptr && d->ready) {
+        const std::string key = Key(path);
+        if (key.size() == 3) {
+            attributes = platform::kAttrDirectory;
+        } else if (auto it = nodes_.find(key); it != nodes_.end()) {
+            attributes = it->second.attributes;
+        }
+    }
+    record("GetFileAttributesA", {Quote(path)}, std::to_string(static_cast<std::int64_t>(
+                                                     attributes == platform::kInvalidFileAttributes ? -1 : attributes)),
+           false);
+    return attributes;
+}
+
+platform::Handle Machine::FindFirstFileA(const std::string& pattern, platform::FindData& data) {
+    platform::Handle handle = platform::kInvalidHandleValue;
+    const Drive* d = driveOf(pattern);
+    const std::string key = Key(pattern);
+    const auto slash = key.rfind('\\');
+    if (d != nullptr && d->ready && slash != std::string::npos && slash + 1 < key.size()) {
+        const std::string folder = key.substr(0, slash == 2 ? 3 : slash);
+        const std::string namePattern = pattern.substr(pattern.find_last_of("\\/") + 1);
+        Search search;
+        if (folderExists(folder)) {
+            if (folder.size() > 3) {
+                if (Matches(namePattern, ".")) search.entries.push_back(Entry(".", platform::kAttrDirectory, 0));
+                if (Matches(namePattern, "..")) search.entries.push_back(Entry("..", platform::kAttrDirectory, 0));
+            }
+            const std::string prefix = folder.size() == 3 ? folder : folder + "\\";
+            for (auto it = nodes_.lower_bound(prefix); it != nodes_.end() && it->first.starts_with(prefix); ++it) {
+                const std::string rest = it->first.substr(prefix.size());
+                if (rest.empty() || rest.find('\\') != std::string::npos) continue;
+                const std::string name = it->second.path.substr(it->second.path.find_last_of("\\/") + 1);
+                if (Matches(namePattern, name))
+                    search.entries.push_back(Entry(name, it->second.attributes, it->second.content.size()));
+            }
+        }
+        if (!search.entries.empty()) {
+            data = search.entries.front();
+            search.next = 1;
+            handle = nextSearch_++;
+            searches_.emplace(handle, std::move(search));
+        }
+    }
+    record("FindFirstFileA", {Quote(pattern)}, std::to_string(handle), false);
+    return handle;
+}
+
+bool Machine::FindNextFileA(platform::Handle search, platform::FindData& data) {
+    auto it = searches_.find(search);
+    if (it == searches_.end() || it->second.next >= it->second.entries.size()) return false;
+    data = it->second.entries[it->second.next++];
+    return true;
+}
+
+bool Machine::FindClose(platform::Handle search) { return searches_.erase(search) != 0; }
+
+bool Machine::DeleteFileA(const std::string& path) {
+    bool ok = false;
+    if (writable(path)) {
+        auto it = nodes_.find(Key(path));
+        if (it != nodes_.end() && (it->second.attributes & platform::kAttrDirectory) == 0) {
+            nodes_.erase(it);
+            ok = true;
+        }
+    }
+    record("DeleteFileA", {Quote(path)}, ok ? "true" : "false", true);
+    return ok;
+}
+
+bool Machine::MoveFileExA(const std::string& existing, const std::string& replacement, std::uint32_t flags) {
+    bool ok = false;
+    const std::string from = Key(existing);
+    const std::string to = Key(replacement);
+    auto it = nodes_.find(from);
+    if (writable(existing) && writable(replacement) && it != nodes_.end() &&
+        (it->second.attributes & platform::kAttrDirectory) == 0) {
+        const bool taken = nodes_.count(to) != 0;
+        if (!taken || (flags & platform::kMoveFileReplaceExisting) != 0) {
+            Node node = std::move(it->second);
+            nodes_.erase(it);
+            node.path = replacement;
+            nodes_[to] = std::move(node);
+            ok = true;
+        }
+    }
+    record("MoveFileExA", {Quote(existing), Quote(replacement), std::to_string(flags)}, ok ? "true" : "false", true);
+    return ok;
+}
+
+// --- Profile ---
+
+std::int32_t Machine::WritePrivateProfileStringA(const std::string& section, const std::string& key,
+                                                 const std::string& value, const std::string& file) {
+    bool ok = false;
+    const std::string k = Key(file);
+    const auto slash = k.rfind('\\');
+    if (writable(file) && slash != std::string::npos && folderExists(k.substr(0, slash == 2 ? 3 : slash))) {
+        auto it = nodes_.find(k);
+        if (it == nodes_.end() || (it->second.attributes & (platform::kAttrDirectory | platform::kAttrReadOnly)) == 0) {
+            const std::string before = it == nodes_.end() ? std::string{} : it->second.content;
+            const std::string after = portable::WriteString(before, section, key, value);
+            if (it == nodes_.end())
+                nodes_[k] = Node{file, platform::kAttrArchive, after};
+            else
+                it->second.content = after;
+            ok = true;
+        }
+    }
+    record("WritePrivateProfileStringA", {Quote(section), Quote(key), Quote(value), Quote(file)}, ok ? "1" : "0",
+           true);
+    return ok ? 1 : 0;
+}
+
+std::uint32_t Machine::GetPrivateProfileSectionA(const std::string& section, std::span<char> buffer,
+                                                 const std::string& file) {
+    std::uint32_t n = 0;
+    const Drive* d = driveOf(file);
+    auto content = d != nullptr && d->ready ? FileContent(file) : std::nullopt;
+    std::optional<std::vector<std::string>> lines;
+    if (content) lines = portable::SectionLines(*content, section);
+    if (lines)
+        n = portable::FillStringList(*lines, buffer);
+    else
+        n = portable::FillStringList({}, buffer);
+    record("GetPrivateProfileSectionA", {Quote(section), std::to_string(buffer.size()), Quote(file)},
+           std::to_string(n), false);
+    return n;
+}
+
+std::uint32_t Machine::GetPrivateProfileSectionNamesA(std::span<char> buffer, const std::string& file) {
+    const Drive* d = driveOf(file);
+    auto content = d != nullptr && d->ready ? FileContent(file) : std::nullopt;
+    const std::uint32_t n =
+        portable::FillStringList(content ? portable::SectionNames(*content) : std::vector<std::string>{}, buffer);
+    record("GetPrivateProfileSectionNamesA", {std::to_string(buffer.size()), Quote(file)}, std::to_string(n), false);
+    return n;
+}
+
+// --- WindowSystem ---
+
+platform::WindowHandle Machine::FindWindowA(const std::string& className, const std::string& windowName) {
+    platform::WindowHandle found = 0;
+    if (className == "ThunderRT6Main") {
+        if (other_ && other_->windowFound && windowName == "Kestrine")
+            found = kOtherHiddenWindow;
+        else if (windowName == title_)
+            found = kOwnHiddenWindow;
+    }
+    record("FindWindowA", {Quote(className), Quote(windowName)}, std::to_string(found), false);
+    return found;
+}
+
+platform::WindowHandle Machine::GetWindow(platform::WindowHandle window, std::uint32_t command) {
+    platform::WindowHandle result = 0;
+    if (command == platform::kGwHwndPrev && window == kOtherHiddenWindow) result = kOtherMainWindow;
+    record("GetWindow", {std::to_string(window), std::to_string(command)}, std::to_string(result), false);
+    return result;
+}
+
+bool Machine::OpenIcon(platform::WindowHandle window) {
+    const bool ok = window == kOtherMainWindow && other_.has_value();
+    if (ok) other_->minimized = false;
+    record("OpenIcon", {std::to_string(window)}, ok ? "true" : "false", true);
+    return ok;
+}
+
+bool Machine::SetForegroundWindow(platform::WindowHandle window) {
+    const bool ok = window == kOtherMainWindow && other_.has_value();
+    if (ok) other_->foreground = true;
+    record("SetForegroundWindow", {std::to_string(window)}, ok ? "true" : "false", true);
+    return ok;
+}
+
+std::int32_t Machine::MessageBoxA(platform::WindowHandle owner, const std::string& text, const std::string& caption,
+                                  std::uint32_t type) {
+    std::int32_t answer;
+    if (!answers_.empty()) {
+        answer = answers_.front();
+        answers_.pop_front();
+    } else if ((type & 0xF) == platform::kMbYesNo) {
+        answer = (type & platform::kMbDefButton2) != 0 ? platform::kIdNo : platform::kIdYes;
+    } else {
+        answer = platform::kIdOk;
+    }
+    messageBoxes_.push_back(MessageBoxRecord{text, caption, type, answer});
+    record("MessageBoxA", {std::to_string(owner), Quote(text), Quote(caption), std::to_string(type)},
+           std::to_string(answer), true);
+    return answer;
+}
+
+void Machine::DoEvents() {
+    ++yields_;
+    now_ += tick_;
+    runDue();
+}
+
+float Machine::Timer() { return static_cast<float>(std::fmod(now_, 86400.0)); }
+
+// --- Shell ---
+
+std::intptr_t Machine::ShellExecuteA(platform::WindowHandle owner, const std::string& verb, const std::string& file,
+                                     const std::string& parameters, const std::string& directory,
+                                     std::int32_t showCommand) {
+    record("ShellExecuteA",
+           {std::to_string(owner), Quote(verb), Quote(file), Quote(parameters), Quote(directory),
+            std::to_string(showCommand)},
+           "42", true);
+    return 42;
+}
+
+} // namespace fake

@@ -1,0 +1,194 @@
+#pragma once
+// A simulated Windows machine for tests and kestrine-sim: drives with files
+// and folders, the program's folder, another running instance or none, a
+// clock that advances only when told (or a little with every yield), and
+// scripted answers to message boxes. Every boundary call is recorded in a
+// journal, so a test can assert what was asked of the system.
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/services.h"
+
+namespace fake {
+
+struct Drive {
+    std::string root;  // as the platform lists it, such as "E:\" (the case is kept)
+    std::uint32_t type = platform::kDriveFixed;
+    std::string label;
+    std::string fileSystem = "NTFS";
+    std::uint64_t totalBytes = 0;
+    std::uint64_t freeBytes = 0;
+    bool ready = true;
+    bool readOnly = false;  // writes and label changes fail, as on a full or protected medium
+    std::uint32_t serial = 0;
+};
+
+struct Call {
+    std::string name;
+    std::vector<std::string> args;
+    std::string result;
+    bool request = false;  // the call asks the system to change something
+};
+
+struct MessageBoxRecord {
+    std::string text;
+    std::string caption;
+    std::uint32_t type = 0;
+    std::int32_t answer = 0;
+};
+
+// The earlier instance of the program, when one runs.
+struct OtherInstance {
+    bool windowFound = true;  // its hidden application window can be found
+    bool minimized = false;
+    bool foreground = false;
+};
+
+class Machine : public platform::Application,
+                public platform::Volumes,
+                public platform::Profile,
+                public platform::WindowSystem,
+                public platform::Shell {
+public:
+    Machine();
+
+    // Builds a machine from its JSON description (see docs/kestrine-sim.md).
+    // Throws std::runtime_error with a clear message on a malformed description.
+    static void LoadJson(Machine& machine, std::string_view text);
+
+    platform::Services services() { return {*this, *this, *this, *this, *this}; }
+
+    // --- describing the machine ---
+    void AddDrive(Drive drive);
+    Drive* FindDrive(std::string_view root);  // by letter, any case
+    void RemoveDrive(std::string_view root);
+    void AddFile(const std::string& path, std::string content = {}, std::uint32_t attributes = platform::kAttrArchive);
+    void AddFolder(const std::string& path, std::uint32_t attributes = platform::kAttrDirectory);
+    std::optional<std::string> FileContent(const std::string& path) const;
+    bool Exists(const std::string& path) const;
+    void SetProgramFolder(std::string folder) { programFolder_ = std::move(folder); }
+    void SetCommandLine(std::string commandLine) { commandLine_ = std::move(commandLine); }
+    void SetDecimalSeparator(char separator) { decimalSeparator_ = separator; }
+    void SetOtherInstance(std::optional<OtherInstance> other) { other_ = other; }
+    const std::optional<OtherInstance>& Other() const { return other_; }
+
+    // --- the clock ---
+    // Seconds since midnight; it may pass 86400, the timer wraps to 0 there.
+    void SetTime(double secondsSinceMidnight) { now_ = secondsSinceMidnight; }
+    double Now() const { return now_; }
+    void SetYieldTick(double seconds) { tick_ = seconds; }
+    void Advance(double seconds);
+    // Runs work when the clock passes a time, during a yield.
+    void At(double time, std::function<void()> work);
+
+    // --- message boxes ---
+    void QueueAnswer(std::int32_t answer) { answers_.push_back(answer); }
+    const std::vector<MessageBoxRecord>& MessageBoxes() const { return messageBoxes_; }
+
+    // --- the journal ---
+    const std::vector<Call>& Journal() const { return journal_; }
+    std::vector<Call> Calls(std::string_view name) const;
+    void ClearJournal() { journal_.clear(); }
+    void OnCall(std::function<void(const Call&)> observer) { observer_ = std::move(observer); }
+
+    bool Ended() const { return ended_; }
+    std::uint32_t ExitCode() const { return exitCode_; }
+    std::int64_t Yields() const { return yields_; }
+
+    // Application
+    bool PrevInstance() override;
+    std::string Title() override { return title_; }
+    void SetTitle(const std::string& title) override;
+    std::string Path() override { return programFolder_; }
+    std::string CommandLine() override { return commandLine_; }
+    void ExitProcess(std::uint32_t code) override;
+    char DecimalSeparator() override { return decimalSeparator_; }
+
+    // Volumes
+    std::uint32_t GetLogicalDriveStringsA(std::span<char> buffer) override;
+    std::uint32_t GetDriveTypeA(const std::string& root) override;
+    bool GetDiskFreeSpaceExA(const std::string& directory, std::span<std::uint8_t, 8> freeBytesAvailable,
+                             std::span<std::uint8_t, 8> totalBytes, std::span<std::uint8_t, 8> totalFreeBytes) override;
+    bool GetVolumeInformationA(const std::string& root, std::span<char> volumeName, std::uint32_t& serialNumber,
+                               std::uint32_t& maxComponentLength, std::uint32_t& fileSystemFlags,
+                               std::span<char> fileSystemName) override;
+    bool SetVolumeLabelA(const std::string& root, const std::string& label) override;
+    std::uint32_t GetFileAttributesA(const std::string& path) override;
+    platform::Handle FindFirstFileA(const std::string& pattern, platform::FindData& data) override;
+    bool FindNextFileA(platform::Handle search, platform::FindData& data) override;
+    bool FindClose(platform::Handle search) override;
+    bool DeleteFileA(const std::string& path) override;
+    bool MoveFileExA(const std::string& existing, const std::string& replacement, std::uint32_t flags) override;
+
+    // Profile
+    std::int32_t WritePrivateProfileStringA(const std::string& section, const std::string& key,
+                                            const std::string& value, const std::string& file) override;
+    std::uint32_t GetPrivateProfileSectionA(const std::string& section, std::span<char> buffer,
+                                            const std::string& file) override;
+    std::uint32_t GetPrivateProfileSectionNamesA(std::span<char> buffer, const std::string& file) override;
+
+    // WindowSystem
+    platform::WindowHandle FindWindowA(const std::string& className, const std::string& windowName) override;
+    platform::WindowHandle GetWindow(platform::WindowHandle window, std::uint32_t command) override;
+    bool OpenIcon(platform::WindowHandle window) override;
+    bool SetForegroundWindow(platform::WindowHandle window) override;
+    std::int32_t MessageBoxA(platform::WindowHandle owner, const std::string& text, const std::string& caption,
+                             std::uint32_t type) override;
+    void DoEvents() override;
+    float Timer() override;
+
+    // Shell
+    std::intptr_t ShellExecuteA(platform::WindowHandle owner, const std::string& verb, const std::string& file,
+                                const std::string& parameters, const std::string& directory,
+                                std::int32_t showCommand) override;
+
+    static constexpr platform::WindowHandle kOwnHiddenWindow = 0x1000;
+    static constexpr platform::WindowHandle kOtherHiddenWindow = 0x2000;
+    static constexpr platform::WindowHandle kOtherMainWindow = 0x2001;
+
+private:
+    struct Node {
+        std::string path;  // as created
+        std::uint32_t attributes = 0;
+        std::string content;
+    };
+    struct Search {
+        std::vector<platform::FindData> entries;
+        std::size_t next = 0;
+    };
+
+    void record(std::string name, std::vector<std::string> args, std::string result, bool request);
+    static std::string Key(std::string_view path);  // upper case, no trailing backslash but on a root
+    Drive* driveOf(std::string_view path);
+    bool writable(std::string_view path);
+    bool folderExists(const std::string& key) const;
+    void runDue();
+
+    std::vector<Drive> drives_;
+    std::map<std::string, Node> nodes_;
+    std::map<platform::Handle, Search> searches_;
+    platform::Handle nextSearch_ = 0x500;
+    std::string programFolder_ = "C:\\Program Files\\Kestrine";
+    std::string commandLine_;
+    std::string title_ = "Kestrine";
+    char decimalSeparator_ = '.';
+    std::optional<OtherInstance> other_;
+    double now_ = 12 * 3600.0;
+    double tick_ = 0.01;
+    std::vector<std::pair<double, std::function<void()>>> scheduled_;
+    std::deque<std::int32_t> answers_;
+    std::vector<MessageBoxRecord> messageBoxes_;
+    std::vector<Call> journal_;
+    std::function<void(const Call&)> observer_;
+    bool ended_ = false;
+    std::uint32_t exitCode_ = 0;
+    std::int64_t yields_ = 0;
+};
+
+} // namespace fake

@@ -1,0 +1,49 @@
+#pragma once
+// The profile (INI) file format, read and written as the text of one file.
+// This is the program's own stand-in for the Windows private-profile
+// functions wherever they are not available: the same format, the same
+// matching rules and the same buffer answers.
+//
+// Format: a line whose first non-blank character is "[" and which holds a "]"
+// opens the section named by the text between the "[" and the last "]". Every
+// other line belongs to the section above it (lines before the first section
+// line belong to none). Section and key names match without regard to ASCII
+// case; the names asked for are trimmed of blanks. Reading accepts LF and
+// CRLF line ends; writing gives CRLF line ends throughout.
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace portable {
+
+// The file text after setting key to value in section. The first line of the
+// section whose key matches gets the new value (keeping its key as spelled in
+// the file); when there is none, "key=value" is added after the section's last
+// entry, before any blank lines that close it; a missing section is added at
+// the end of the file, behind a blank line when the file has content. Other
+// lines keep their text. The value is written as given. An empty section name
+// has no section to write to: the content comes back unchanged.
+std::string WriteString(std::string_view content, std::string_view section, std::string_view key,
+                        std::string_view value);
+
+// The section's entries in file order, as GetPrivateProfileSectionA gives
+// them: "key=value" with blanks around key and value removed, a line without
+// "=" as its trimmed text. Blank lines, comment lines (";") and entries with
+// an empty key are left out. Nothing when the section is missing; when the
+// file repeats a section, its first occurrence.
+std::optional<std::vector<std::string>> SectionLines(std::string_view content, std::string_view section);
+
+// The names of the file's sections in file order.
+std::vector<std::string> SectionNames(std::string_view content);
+
+// Puts strings into buffer as Windows' profile functions return string lists:
+// each string followed by NUL, then one more NUL. Returns the characters
+// copied without the final NUL. When the list does not fit, the buffer holds
+// as much of it as fits before two closing NULs and the result is size - 2
+// (0 for buffers of fewer than 2 characters; nothing is written to an empty one).
+std::uint32_t FillStringList(const std::vector<std::string>& strings, std::span<char> buffer);
+
+} // namespace portable

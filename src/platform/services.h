@@ -1,0 +1,19 @@
+#pragma once
+// Every service of the platform boundary, as one bundle that a backend fills.
+#include "platform/application.h"
+#include "platform/profile.h"
+#include "platform/shell.h"
+#include "platform/volumes.h"
+#include "platform/window_system.h"
+
+namespace platform {
+
+struct Services {
+    Application& app;
+    Volumes& volumes;
+    Profile& profile;
+    WindowSystem& windows;
+    Shell& shell;
+};
+
+} // namespace platform

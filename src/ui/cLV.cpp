@@ -1,0 +1,7 @@
+#include "ui/cLV.h"
+
+namespace ui {
+
+bool cLV::FlatListView(app::Ctl, app::Ctl) { return false; }
+
+} // namespace ui

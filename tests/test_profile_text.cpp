@@ -1,0 +1,92 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "platform/portable/profile_text.h"
+
+using portable::FillStringList;
+using portable::SectionLines;
+using portable::SectionNames;
+using portable::WriteString;
+using Lines = std::vector<std::string>;
+
+TEST(ProfileText, NewFileWrittenKeyByKeyHoldsExactlyItsLines) {
+    std::string text;
+    const std::vector<std::pair<std::string, std::string>> settings{{"chkAuto", "1"},      {"chkTray", "0"},
+                                                                    {"chkAutostart", "0"}, {"cmbSize", "1"},
+                                                                    {"DT_LEFT", "1200"},   {"DT_TOP", "900"}};
+    for (const auto& [key, value] : settings) {
+        text = WriteString(text, "Kestrine", key, value);
+    }
+    EXPECT_EQ(text, "[Kestrine]\r\nchkAuto=1\r\nchkTray=0\r\nchkAutostart=0\r\ncmbSize=1\r\nDT_LEFT=1200\r\n"
+                    "DT_TOP=900\r\n");
+    EXPECT_EQ(SectionLines(text, "Kestrine"),
+              (Lines{"chkAuto=1", "chkTray=0", "chkAutostart=0", "cmbSize=1", "DT_LEFT=1200", "DT_TOP=900"}));
+}
+
+TEST(ProfileText, WritingIntoAHandEditedFileChangesOnlyTheEntry) {
+    const std::string file = "; settings\n[Kestrine]\n  CMBSIZE = 0  \nDT_LEFT=5\n\n[Other]\nx=1\n";
+
+    // Existing key, matched without regard to case: replaced in place, key kept as spelled.
+    EXPECT_EQ(WriteString(file, " kestrine ", "cmbsize", "1"),
+              "; settings\r\n[Kestrine]\r\nCMBSIZE=1\r\nDT_LEFT=5\r\n\r\n[Other]\r\nx=1\r\n");
+    // New key: after the last entry, before the blank line closing the section.
+    EXPECT_EQ(WriteString(file, "Kestrine", "DT_TOP", "9"),
+              "; settings\r\n[Kestrine]\r\n  CMBSIZE = 0  \r\nDT_LEFT=5\r\nDT_TOP=9\r\n\r\n[Other]\r\nx=1\r\n");
+    // New section: at the end, behind a blank line.
+    EXPECT_EQ(WriteString("[A]\r\na=1", "B", "b", "2"), "[A]\r\na=1\r\n\r\n[B]\r\nb=2\r\n");
+    // The value goes in as given; an empty section name writes nothing.
+    EXPECT_EQ(WriteString("", "S", "k", " "), "[S]\r\nk= \r\n");
+    EXPECT_EQ(WriteString("[A]\na=1\n", "  ", "k", "v"), "[A]\na=1\n");
+}
+
+TEST(ProfileText, SectionLinesAreTheTrimmedEntriesOfTheFirstMatchingSection) {
+    const std::string file = "top=before any section\r\n"
+                             "[Drive]\r\n"
+                             "  Name =  Stick  \r\n"
+                             "; a comment\r\n"
+                             "\r\n"
+                             "  bare line  \r\n"
+                             "=no key\r\n"
+                             "Label=a=b\r\n"
+                             "[Empty]\r\n"
+                             "[drive]\r\n"
+                             "second=ignored\r\n";
+    EXPECT_EQ(SectionLines(file, "DRIVE"), (Lines{"Name=Stick", "bare line", "Label=a=b"}));
+    EXPECT_EQ(SectionLines(file, "Empty"), Lines{});
+    EXPECT_EQ(SectionLines(file, "Missing"), std::nullopt);
+    EXPECT_EQ(SectionLines("", "Drive"), std::nullopt);
+    EXPECT_EQ(SectionNames(file), (Lines{"Drive", "Empty", "drive"}));
+    EXPECT_EQ(SectionNames("no sections\n[unclosed\n"), Lines{});
+}
+
+TEST(ProfileText, StringListFillsLikeTheWindowsProfileFunctions) {
+    const Lines names{"A", "BC"}; // "A\0BC\0" + final NUL = 6 characters
+    std::array<char, 12> buf{};
+
+    buf.fill('#');
+    EXPECT_EQ(FillStringList(names, std::span(buf).first(6)), 5u);
+    EXPECT_EQ(std::string(buf.data(), 7), std::string("A\0BC\0\0#", 7));
+
+    buf.fill('#');
+    EXPECT_EQ(FillStringList(names, std::span(buf).first(5)), 3u);
+    EXPECT_EQ(std::string(buf.data(), 6), std::string("A\0B\0\0#", 6));
+
+    buf.fill('#');
+    EXPECT_EQ(FillStringList(names, std::span(buf).first(2)), 0u);
+    EXPECT_EQ(std::string(buf.data(), 3), std::string("\0\0#", 3));
+
+    buf.fill('#');
+    EXPECT_EQ(FillStringList(names, std::span(buf).first(1)), 0u);
+    EXPECT_EQ(std::string(buf.data(), 2), std::string("\0#", 2));
+
+    buf.fill('#');
+    EXPECT_EQ(FillStringList(names, std::span(buf).first(0)), 0u);
+    EXPECT_EQ(buf[0], '#');
+
+    buf.fill('#');
+    EXPECT_EQ(FillStringList({}, std::span(buf).first(4)), 0u);
+    EXPECT_EQ(buf[0], '\0');
+}

@@ -1,0 +1,55 @@
+#pragma once
+// Runs a scenario (a machine description and the user's steps) against the
+// simulated machine and the headless window, and reports every observable
+// event as one JSON object per line, then the final state.
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "app/frmMain.h"
+#include "platform/fake/headless_view.h"
+#include "platform/fake/machine.h"
+
+namespace sim {
+
+class Scenario {
+public:
+    using Sink = std::function<void(const std::string& line)>;
+
+    explicit Scenario(Sink sink);
+    ~Scenario();
+
+    // Reads the scenario; throws std::runtime_error with a clear message when
+    // it is malformed.
+    void Load(std::string_view json);
+    // Runs every step, then reports the final state.
+    void Run();
+
+    fake::Machine& machine() { return machine_; }
+    fake::HeadlessView& view() { return view_; }
+    app::frmMain* form() { return form_.get(); }
+
+private:
+    struct Impl;
+    void runStep(std::size_t index);
+    void emit(const std::string& line) { sink_(line); }
+    void start();
+
+    Sink sink_;
+    fake::Machine machine_;
+    platform::Services services_;
+    fake::HeadlessView view_;
+    std::unique_ptr<app::frmMain> form_;
+    std::unique_ptr<Impl> impl_;
+};
+
+// Runs a scenario and returns its transcript lines.
+std::vector<std::string> RunScenario(std::string_view json);
+
+// The built-in demonstration: a small machine with a system disk, a USB
+// stick and an optical drive; the program starts, switches to MB and closes.
+std::string_view DemoScenario();
+
+} // namespace sim
