@@ -42,7 +42,8 @@ void BM_ReadFullSection(benchmark::State& state) {
     fake::Machine m;
     AddDrives(m, 1);
     std::string content = "[Big]\r\n";
-    for (int i = 0; content.size() < 40000; ++i) content += "key" + std::to_string(i) + "=value" + std::to_string(i) + "\r\n";
+    for (int i = 0; content.size() < 40000; ++i)
+        content += "key" + std::to_string(i) + "=value" + std::to_string(i) + "\r\n";
     m.AddFile("C:\\big.ini", content);
     auto services = m.services();
     settings::basINI ini(services.profile);

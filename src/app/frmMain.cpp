@@ -51,8 +51,7 @@ void frmMain::Form_Load() {
     v.SetDataChanged(Ctl::txtDT_Cap, false);
     v.SetEnabled(Ctl::cmdSetLabel, v.DataChanged(Ctl::txtDT_Cap));
 
-    for (const auto& column : ListViewColumns())
-        v.AddColumn(Ctl::ListView1, std::string(column.caption), column.width);
+    for (const auto& column : ListViewColumns()) v.AddColumn(Ctl::ListView1, std::string(column.caption), column.width);
     ListHelper_->FlatListView(Ctl::ListView1, Ctl::frmMain);
 
     FillDriveList(false);
@@ -107,7 +106,7 @@ void frmMain::Form_Activate() {
 // --- closing ---
 
 bool frmMain::Unload() {
-    if (closing_ || unloaded_) return false;  // a close is already under way
+    if (closing_ || unloaded_) return false; // a close is already under way
     closing_ = true;
     std::int16_t cancel = 0;
     Form_QueryUnload(cancel, 0);
@@ -197,8 +196,8 @@ void frmMain::ShowDriveCaption() {
     View& v = prog_.view;
     const int item = v.SelectedItem(Ctl::ListView1);
     if (item == 0) return;
-    v.SetText(Ctl::txtNotify, " Drive: " + v.ItemText(Ctl::ListView1, item) +
-                                  "   Label: " + v.SubItem(Ctl::ListView1, item, 1));
+    v.SetText(Ctl::txtNotify,
+              " Drive: " + v.ItemText(Ctl::ListView1, item) + "   Label: " + v.SubItem(Ctl::ListView1, item, 1));
 }
 
 // Filling the drive list, the USB drive list with the window caption, and the

@@ -32,7 +32,7 @@ public:
 
     // Life of the window.
     void Form_Load();
-    bool ActivatePrevInstance();  // true when the earlier instance was found and this process ended
+    bool ActivatePrevInstance(); // true when the earlier instance was found and this process ended
     void Form_Activate();
     void Form_QueryUnload(std::int16_t& Cancel, std::int16_t UnloadMode);
     void Form_Unload(std::int16_t& Cancel);
@@ -86,9 +86,9 @@ private:
     std::int16_t ReleaseRunning_ = 0;
     std::string SelectedDrive_;
     float WaitStart_ = 0;
-    bool closing_ = false;   // a close request or the unload is under way
-    bool unloaded_ = false;  // Form_Unload has run
-    bool ended_ = false;     // the process was asked to end
+    bool closing_ = false;  // a close request or the unload is under way
+    bool unloaded_ = false; // Form_Unload has run
+    bool ended_ = false;    // the process was asked to end
 };
 
 } // namespace app

@@ -14,7 +14,7 @@ void Program::WaitSince(float start, float seconds) {
     for (;;) {
         sys.windows.DoEvents();
         float elapsed = sys.windows.Timer() - start;
-        if (elapsed < 0) elapsed += kDay;  // the timer restarted at midnight
+        if (elapsed < 0) elapsed += kDay; // the timer restarted at midnight
         if (elapsed >= seconds) return;
     }
 }

@@ -38,7 +38,7 @@ struct Program {
     std::string ChangedRoot;
     std::string DriveTypeName;
     std::string DriveLabel;
-    settings::basINI ini;  // IniKeys and IniValues live here
+    settings::basINI ini; // IniKeys and IniValues live here
 
     // Yields to the message loop until the given seconds have passed since
     // start (a platform timer value), also when the wait spans midnight.

@@ -61,8 +61,7 @@ std::optional<double> ParseNumber(std::string_view text, char decimalSeparator) 
 }
 
 namespace {
-template <typename T>
-std::optional<T> ToInteger(std::string_view text, char sep) {
+template <typename T> std::optional<T> ToInteger(std::string_view text, char sep) {
     auto value = ParseNumber(text, sep);
     if (!value) return std::nullopt;
     const double rounded = RoundHalfEven(*value);

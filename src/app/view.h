@@ -29,9 +29,9 @@ inline constexpr std::int16_t kAltMask = 4;
 class ViewEvents {
 public:
     virtual ~ViewEvents() = default;
-    virtual void Click(Ctl control) = 0;    // buttons, menu entries, a combo choice, a list selection
+    virtual void Click(Ctl control) = 0; // buttons, menu entries, a combo choice, a list selection
     virtual void DblClick(Ctl control) = 0;
-    virtual void Change(Ctl control) = 0;   // a text box's text changed
+    virtual void Change(Ctl control) = 0; // a text box's text changed
     virtual void KeyDown(Ctl control, std::int16_t& keyCode, std::int16_t shift) = 0;
     virtual void KeyUp(Ctl control, std::int16_t& keyCode, std::int16_t shift) = 0;
     virtual void MouseUp(Ctl control, std::int16_t button, std::int16_t shift, float x, float y) = 0;

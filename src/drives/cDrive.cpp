@@ -42,7 +42,7 @@ void cDrive::mp_GetDriveTyps() {
         if (nul == std::string_view::npos) break;
         const std::string root(rest.substr(0, nul));
         rest.remove_prefix(nul + 1);
-        if (root.empty()) break;  // the second NUL closes the list
+        if (root.empty()) break; // the second NUL closes the list
 
         const char* typeName = nullptr;
         switch (prog_.sys.volumes.GetDriveTypeA(root)) {
@@ -128,7 +128,8 @@ std::int32_t cDrive::GetAllFiles(std::string sStartPath, std::vector<std::string
 
     std::vector<std::string> found;
     do {
-        const std::string name(data.cFileName.data(), std::string_view(data.cFileName.data(), data.cFileName.size()).find('\0'));
+        const std::string name(data.cFileName.data(),
+                               std::string_view(data.cFileName.data(), data.cFileName.size()).find('\0'));
         if ((data.dwFileAttributes & platform::kAttrDirectory) != 0 && name != "." && name != "..")
             found.push_back(name);
     } while (volumes.FindNextFileA(search, data));

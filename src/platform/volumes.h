@@ -31,9 +31,9 @@ public:
                                      std::span<std::uint8_t, 8> totalBytes,
                                      std::span<std::uint8_t, 8> totalFreeBytes) = 0;
     // Fills label and file-system buffers (NUL-terminated, cut to their size).
-    virtual bool GetVolumeInformationA(const std::string& root, std::span<char> volumeName,
-                                       std::uint32_t& serialNumber, std::uint32_t& maxComponentLength,
-                                       std::uint32_t& fileSystemFlags, std::span<char> fileSystemName) = 0;
+    virtual bool GetVolumeInformationA(const std::string& root, std::span<char> volumeName, std::uint32_t& serialNumber,
+                                       std::uint32_t& maxComponentLength, std::uint32_t& fileSystemFlags,
+                                       std::span<char> fileSystemName) = 0;
     virtual bool SetVolumeLabelA(const std::string& root, const std::string& label) = 0;
 
     // kInvalidFileAttributes when the path does not exist or cannot be asked.

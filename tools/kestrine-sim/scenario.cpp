@@ -1,5 +1,6 @@
 #include "kestrine-sim/scenario.h"
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
@@ -99,6 +100,9 @@ std::vector<std::string> Lines(const std::string& text) {
 
 } // namespace
 
+// The platform timer, rounded to hundredths of a second for the transcript.
+double Scenario::Timer() { return std::round(static_cast<double>(machine_.Timer()) * 100.0) / 100.0; }
+
 struct Scenario::Impl {
     Json steps = Json::array();
 };
@@ -136,7 +140,7 @@ Scenario::Scenario(Sink sink)
             e["buttons"] = ButtonsName(box.type);
             e["answer"] = AnswerName(box.answer);
         } else if (call.name == "WritePrivateProfileStringA") {
-            return;  // reported as a whole by the "settings" event
+            return; // reported as a whole by the "settings" event
         } else if (call.name == "MoveFileExA" && call.result == "true" && form_ &&
                    Unquote(call.args[1]) == form_->SettingsPath()) {
             e["event"] = "settings";
@@ -192,10 +196,11 @@ void Scenario::runStep(std::size_t index) {
     e["event"] = "step";
     e["index"] = index + 1;
     e["do"] = what;
+    e["timer"] = Timer();
     emit(Dump(e));
 
-    if (machine_.Ended()) throw std::runtime_error("scenario: step " + std::to_string(index + 1) +
-                                                   " comes after the program has ended");
+    if (machine_.Ended())
+        throw std::runtime_error("scenario: step " + std::to_string(index + 1) + " comes after the program has ended");
     auto control = [&] {
         if (!step.contains("control") || !step["control"].is_string())
             throw std::runtime_error("scenario: step \"" + what + "\" needs a \"control\"");
@@ -240,10 +245,12 @@ void Scenario::runStep(std::size_t index) {
     } else {
         throw std::runtime_error("scenario: unknown step \"" + what + "\"");
     }
+    if (after_) after_(index + 1, what);
     if (machine_.Ended()) {
         Json end;
         end["event"] = "ended";
         end["exitCode"] = machine_.ExitCode();
+        end["timer"] = Timer();
         emit(Dump(end));
     }
 }
@@ -277,6 +284,55 @@ void Scenario::Run() {
     }
     final["ended"] = machine_.Ended();
     emit(Dump(final));
+}
+
+std::string Scenario::WindowText() const {
+    using app::Ctl;
+    const auto& v = view_;
+    auto pad = [](std::string s, std::size_t n) {
+        if (s.size() < n) s.resize(n, ' ');
+        return s;
+    };
+    std::string out;
+    out += "+-- " + v.Text(Ctl::frmMain) + (machine_.Ended() ? "  (closed)" : "") + "\n";
+    out += "| Drives:\n";
+    const int rows = v.ItemCount(Ctl::ListView1);
+    if (rows == 0) out += "|   (no rows)\n";
+    for (int i = 1; i <= rows; ++i) {
+        out += std::string("|  ") + (v.ItemSelected(Ctl::ListView1, i) ? "> " : "  ") +
+               pad(v.ItemText(Ctl::ListView1, i), 5) + pad(v.SubItem(Ctl::ListView1, i, 1), 14) +
+               v.SubItem(Ctl::ListView1, i, 2) + "\n";
+    }
+    auto line = [&](const char* caption, const std::string& value) {
+        out += std::string("| ") + pad(caption, 12) + ": " + value + "\n";
+    };
+    line("Drive label", v.Text(Ctl::txtDT_Cap));
+    line("File system", v.Text(Ctl::txtFAT));
+    line("Capacity", v.Text(Ctl::lblHDSize) + " " + v.Text(Ctl::lblSize0));
+    line("Used space", v.Text(Ctl::lblHDUsed) + " " + v.Text(Ctl::lblSize1));
+    line("Free space", v.Text(Ctl::lblHDFree) + " " + v.Text(Ctl::lblSize2));
+    line("Value units", v.Text(Ctl::cmbSize));
+    line("Drive line", v.Text(Ctl::txtNotify));
+    for (Ctl notice : {Ctl::frameNotify, Ctl::frmeReleased, Ctl::frameUnloading}) {
+        if (!v.Visible(notice)) continue;
+        std::string text;
+        for (Ctl c : {Ctl::lblMessage1, Ctl::lblMessage2, Ctl::lblUSBMessage, Ctl::Label2})
+            if (app::Spec(c).container == notice && !v.Text(c).empty()) text += (text.empty() ? "" : " / ") + v.Text(c);
+        line("Notice", text);
+    }
+    std::string buttons;
+    for (Ctl b : {Ctl::cmdRemoveUSB, Ctl::cmdExplore, Ctl::cmdSelectUtility, Ctl::cmdBrindle, Ctl::cmdSetLabel,
+                  Ctl::cmdAbout, Ctl::cmdClose}) {
+        std::string caption = v.Text(b);
+        std::erase(caption, '&');
+        if (caption.empty()) continue;
+        buttons += (v.Enabled(b) ? "[" : "(") + caption + (v.Enabled(b) ? "] " : ") ");
+    }
+    out += "| " + buttons + "\n";
+    out += "| Position: left " + std::to_string(static_cast<long>(v.Left(Ctl::frmMain))) + ", top " +
+           std::to_string(static_cast<long>(v.Top(Ctl::frmMain))) + " twips\n";
+    out += "+--\n";
+    return out;
 }
 
 std::vector<std::string> RunScenario(std::string_view json) {

@@ -26,6 +26,10 @@ public:
     void Load(std::string_view json);
     // Runs every step, then reports the final state.
     void Run();
+    // Calls back after every step (with its number and kind).
+    void AfterStep(std::function<void(std::size_t, const std::string&)> after) { after_ = std::move(after); }
+    // What the window shows now, as plain text.
+    std::string WindowText() const;
 
     fake::Machine& machine() { return machine_; }
     fake::HeadlessView& view() { return view_; }
@@ -36,8 +40,10 @@ private:
     void runStep(std::size_t index);
     void emit(const std::string& line) { sink_(line); }
     void start();
+    double Timer();
 
     Sink sink_;
+    std::function<void(std::size_t, const std::string&)> after_;
     fake::Machine machine_;
     platform::Services services_;
     fake::HeadlessView view_;

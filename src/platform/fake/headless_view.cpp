@@ -184,8 +184,10 @@ bool HeadlessView::SetItemSelected(Ctl list, int item, bool selected) {
     auto& it = s.items[static_cast<std::size_t>(item - 1)];
     if (it.selected == selected) return true;
     it.selected = selected;
-    if (selected) s.selectedItem = item;
-    else if (s.selectedItem == item) s.selectedItem = 0;
+    if (selected)
+        s.selectedItem = item;
+    else if (s.selectedItem == item)
+        s.selectedItem = 0;
     notify(list, "selected", it.text + (selected ? " on" : " off"));
     return true;
 }

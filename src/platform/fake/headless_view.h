@@ -13,7 +13,7 @@ namespace fake {
 
 struct ViewChange {
     app::Ctl control;
-    std::string property;  // "caption", "text", "enabled", "visible", "left", "rows", "listIndex", "popup", ...
+    std::string property; // "caption", "text", "enabled", "visible", "left", "rows", "listIndex", "popup", ...
     std::string value;
 };
 
@@ -27,12 +27,12 @@ public:
     // The user's actions.
     void UserClick(app::Ctl control);
     void UserDblClick(app::Ctl control);
-    void UserKey(app::Ctl control, std::int16_t keyCode, std::int16_t shift);  // key down, then up
+    void UserKey(app::Ctl control, std::int16_t keyCode, std::int16_t shift); // key down, then up
     void UserMouseUp(app::Ctl control, std::int16_t button, std::int16_t shift = 0);
     void UserType(app::Ctl control, const std::string& text);
-    void UserLeave(app::Ctl control);  // focus leaves a control that validates
-    void UserChoose(app::Ctl list, int index);  // a combo or list box entry
-    void UserSelectRows(app::Ctl list, const std::vector<int>& items);  // report-view rows, then a click
+    void UserLeave(app::Ctl control);                                  // focus leaves a control that validates
+    void UserChoose(app::Ctl list, int index);                         // a combo or list box entry
+    void UserSelectRows(app::Ctl list, const std::vector<int>& items); // report-view rows, then a click
     void UserResize(double width, double height);
     void UserMinimize();
     void UserRestore();

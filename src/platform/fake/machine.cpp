@@ -101,7 +101,7 @@ Drive* Machine::driveOf(std::string_view path) {
 
 void Machine::AddFolder(const std::string& path, std::uint32_t attributes) {
     const std::string key = Key(path);
-    if (key.size() <= 3) return;  // a root exists with its drive
+    if (key.size() <= 3) return; // a root exists with its drive
     const auto slash = key.rfind('\\');
     if (slash != std::string::npos && slash > 2) AddFolder(path.substr(0, slash), platform::kAttrDirectory);
     auto& node = nodes_[key];
@@ -125,7 +125,7 @@ std::optional<std::string> Machine::FileContent(const std::string& path) const {
 bool Machine::Exists(const std::string& path) const { return nodes_.count(Key(path)) != 0; }
 
 bool Machine::folderExists(const std::string& key) const {
-    if (key.size() == 3 && key[1] == ':') return true;  // the drive's root
+    if (key.size() == 3 && key[1] == ':') return true; // the drive's root
     auto it = nodes_.find(key);
     return it != nodes_.end() && (it->second.attributes & platform::kAttrDirectory) != 0;
 }
@@ -264,8 +264,8 @@ std::uint32_t Machine::GetFileAttributesA(const std::string& path) {
             attributes = it->second.attributes;
         }
     }
-    record("GetFileAttributesA", {Quote(path)}, std::to_string(static_cast<std::int64_t>(
-                                                     attributes == platform::kInvalidFileAttributes ? -1 : attributes)),
+    record("GetFileAttributesA", {Quote(path)},
+           std::to_string(static_cast<std::int64_t>(attributes == platform::kInvalidFileAttributes ? -1 : attributes)),
            false);
     return attributes;
 }
@@ -365,8 +365,7 @@ std::int32_t Machine::WritePrivateProfileStringA(const std::string& section, con
             ok = true;
         }
     }
-    record("WritePrivateProfileStringA", {Quote(section), Quote(key), Quote(value), Quote(file)}, ok ? "1" : "0",
-           true);
+    record("WritePrivateProfileStringA", {Quote(section), Quote(key), Quote(value), Quote(file)}, ok ? "1" : "0", true);
     return ok ? 1 : 0;
 }
 
@@ -381,8 +380,8 @@ std::uint32_t Machine::GetPrivateProfileSectionA(const std::string& section, std
         n = portable::FillStringList(*lines, buffer);
     else
         n = portable::FillStringList({}, buffer);
-    record("GetPrivateProfileSectionA", {Quote(section), std::to_string(buffer.size()), Quote(file)},
-           std::to_string(n), false);
+    record("GetPrivateProfileSectionA", {Quote(section), std::to_string(buffer.size()), Quote(file)}, std::to_string(n),
+           false);
     return n;
 }
 

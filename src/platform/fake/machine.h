@@ -18,14 +18,14 @@
 namespace fake {
 
 struct Drive {
-    std::string root;  // as the platform lists it, such as "E:\" (the case is kept)
+    std::string root; // as the platform lists it, such as "E:\" (the case is kept)
     std::uint32_t type = platform::kDriveFixed;
     std::string label;
     std::string fileSystem = "NTFS";
     std::uint64_t totalBytes = 0;
     std::uint64_t freeBytes = 0;
     bool ready = true;
-    bool readOnly = false;  // writes and label changes fail, as on a full or protected medium
+    bool readOnly = false; // writes and label changes fail, as on a full or protected medium
     std::uint32_t serial = 0;
 };
 
@@ -33,7 +33,7 @@ struct Call {
     std::string name;
     std::vector<std::string> args;
     std::string result;
-    bool request = false;  // the call asks the system to change something
+    bool request = false; // the call asks the system to change something
 };
 
 struct MessageBoxRecord {
@@ -45,7 +45,7 @@ struct MessageBoxRecord {
 
 // The earlier instance of the program, when one runs.
 struct OtherInstance {
-    bool windowFound = true;  // its hidden application window can be found
+    bool windowFound = true; // its hidden application window can be found
     bool minimized = false;
     bool foreground = false;
 };
@@ -66,7 +66,7 @@ public:
 
     // --- describing the machine ---
     void AddDrive(Drive drive);
-    Drive* FindDrive(std::string_view root);  // by letter, any case
+    Drive* FindDrive(std::string_view root); // by letter, any case
     void RemoveDrive(std::string_view root);
     void AddFile(const std::string& path, std::string content = {}, std::uint32_t attributes = platform::kAttrArchive);
     void AddFolder(const std::string& path, std::uint32_t attributes = platform::kAttrDirectory);
@@ -154,7 +154,7 @@ public:
 
 private:
     struct Node {
-        std::string path;  // as created
+        std::string path; // as created
         std::uint32_t attributes = 0;
         std::string content;
     };
@@ -164,7 +164,7 @@ private:
     };
 
     void record(std::string name, std::vector<std::string> args, std::string result, bool request);
-    static std::string Key(std::string_view path);  // upper case, no trailing backslash but on a root
+    static std::string Key(std::string_view path); // upper case, no trailing backslash but on a root
     Drive* driveOf(std::string_view path);
     bool writable(std::string_view path);
     bool folderExists(const std::string& key) const;

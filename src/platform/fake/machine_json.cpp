@@ -18,8 +18,7 @@ std::string Str(const json& j, const char* key, const std::string& fallback = {}
     return j[key].get<std::string>();
 }
 
-template <typename T>
-T Num(const json& j, const char* key, T fallback) {
+template <typename T> T Num(const json& j, const char* key, T fallback) {
     if (!j.contains(key)) return fallback;
     if (!j[key].is_number()) Fail(std::string("\"") + key + "\" must be a number");
     return j[key].get<T>();

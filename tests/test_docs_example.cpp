@@ -1,0 +1,46 @@
+// The documented example of kestrine-sim prints exactly the documented transcript.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::vector<std::string> SplitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+TEST(DocsExample, SimPrintsTheDocumentedTranscript) {
+    const std::string docs = std::string(KESTRINE_SOURCE_DIR) + "/docs/";
+    std::ifstream expectedFile(docs + "example-start.jsonl");
+    ASSERT_TRUE(expectedFile) << "docs/example-start.jsonl is missing";
+    std::stringstream expected;
+    expected << expectedFile.rdbuf();
+
+    const std::string command = std::string(KESTRINE_SIM_PATH) + " " + docs + "example-start.json";
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    ASSERT_NE(pipe, nullptr);
+    std::string actual;
+    std::array<char, 4096> chunk{};
+    for (std::size_t n; (n = fread(chunk.data(), 1, chunk.size(), pipe.get())) > 0;) actual.append(chunk.data(), n);
+    ASSERT_EQ(pclose(pipe.release()), 0) << "kestrine-sim failed on the documented example";
+
+    const auto want = SplitLines(expected.str());
+    const auto got = SplitLines(actual);
+    ASSERT_FALSE(want.empty());
+    for (std::size_t i = 0; i < std::max(want.size(), got.size()); ++i) {
+        ASSERT_LT(i, got.size()) << "the transcript ends early; expected: " << want[i];
+        ASSERT_LT(i, want.size()) << "the transcript has an extra line: " << got[i];
+        EXPECT_EQ(got[i], want[i]) << "line " << i + 1;
+    }
+}
+
+} // namespace
