@@ -48,6 +48,8 @@ public:
 
     virtual void SetEvents(ViewEvents* events) = 0;
     virtual platform::WindowHandle hWnd() const = 0;
+    // The window handle of a control that has its own window (the list view); 0 otherwise.
+    virtual platform::WindowHandle ControlHandle(Ctl control) const = 0;
 
     // Caption of the form, a frame, label, button or menu entry; text of a text
     // box; text of the selected entry of a combo box.

@@ -2,6 +2,7 @@
 // Every service of the platform boundary, as one bundle that a backend fills.
 #include "platform/application.h"
 #include "platform/profile.h"
+#include "platform/scripting.h"
 #include "platform/shell.h"
 #include "platform/volumes.h"
 #include "platform/window_system.h"
@@ -14,6 +15,7 @@ struct Services {
     Profile& profile;
     WindowSystem& windows;
     Shell& shell;
+    FileSystemObject& fso;
 };
 
 } // namespace platform

@@ -45,6 +45,10 @@ public:
     virtual bool FindClose(Handle search) = 0;
     virtual bool DeleteFileA(const std::string& path) = 0;
     virtual bool MoveFileExA(const std::string& existing, const std::string& replacement, std::uint32_t flags) = 0;
+    // The runtime's directory query: the first entry matching pathname whose
+    // attributes the given ones admit; with kAttrVolume, the volume label of
+    // the drive named. "" when nothing is found or the query fails.
+    virtual std::string Dir(const std::string& pathname, std::uint32_t attributes) = 0;
 };
 
 } // namespace platform

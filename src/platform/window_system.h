@@ -8,6 +8,20 @@
 
 namespace platform {
 
+// A rectangle in twips.
+struct TwipsRect {
+    double left = 0, top = 0, width = 0, height = 0;
+};
+
+inline constexpr WindowHandle kHwndTopmost = static_cast<WindowHandle>(-1);
+inline constexpr std::uint32_t kSwpNoSize = 0x1;
+inline constexpr std::uint32_t kSwpNoMove = 0x2;
+inline constexpr std::uint32_t kSwpNoZOrder = 0x4;
+inline constexpr std::uint32_t kSwpShowWindow = 0x40;
+inline constexpr std::int32_t kGwlStyle = -16;
+inline constexpr std::uint32_t kLvmGetHeader = 0x101F;
+inline constexpr std::uint32_t kHdsButtons = 0x2;
+
 class WindowSystem {
 public:
     virtual ~WindowSystem() = default;
@@ -23,6 +37,18 @@ public:
     virtual void DoEvents() = 0;
     // The time of day in seconds since midnight, with fractions; restarts at 0.
     virtual float Timer() = 0;
+
+    virtual std::intptr_t SendMessageA(WindowHandle window, std::uint32_t message, std::uintptr_t wParam,
+                                       std::intptr_t lParam) = 0;
+    virtual std::intptr_t GetWindowLongA(WindowHandle window, std::int32_t index) = 0;
+    // Returns the previous value, 0 on failure.
+    virtual std::intptr_t SetWindowLongA(WindowHandle window, std::int32_t index, std::intptr_t value) = 0;
+    virtual bool SetWindowPos(WindowHandle window, WindowHandle insertAfter, std::int32_t x, std::int32_t y,
+                              std::int32_t cx, std::int32_t cy, std::uint32_t flags) = 0;
+    // The screen minus the task bar, in twips (the system-information control's work area).
+    virtual TwipsRect WorkArea() = 0;
+    // Loads a picture file (an icon); its handle, or 0 when it cannot be loaded.
+    virtual std::uintptr_t LoadPicture(const std::string& file) = 0;
 };
 
 } // namespace platform

@@ -48,6 +48,9 @@ public:
     // View
     void SetEvents(app::ViewEvents* events) override { events_ = events; }
     platform::WindowHandle hWnd() const override { return handle_; }
+    platform::WindowHandle ControlHandle(app::Ctl control) const override {
+        return handle_ + 0x10 + static_cast<platform::WindowHandle>(control);
+    }
     std::string Text(app::Ctl control) const override;
     void SetText(app::Ctl control, const std::string& text) override;
     bool Enabled(app::Ctl control) const override { return at(control).enabled; }

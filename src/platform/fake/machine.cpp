@@ -346,6 +346,36 @@ bool Machine::MoveFileExA(const std::string& existing, const std::string& replac
     return ok;
 }
 
+std::string Machine::Dir(const std::string& pathname, std::uint32_t attributes) {
+    std::string result;
+    const Drive* d = driveOf(pathname);
+    if (d != nullptr && d->ready) {
+        if ((attributes & platform::kAttrVolume) != 0) {
+            result = d->label;
+        } else {
+            std::string pattern = pathname;
+            if (!pattern.empty() && pattern.back() == '\\') pattern += "*.*";
+            platform::FindData data;
+            const auto saved = journal_.size();
+            const platform::Handle h = FindFirstFileA(pattern, data);
+            journal_.resize(saved); // one query, recorded once below
+            if (h != platform::kInvalidHandleValue) {
+                constexpr std::uint32_t kAlways =
+                    platform::kAttrReadOnly | platform::kAttrArchive | platform::kAttrNormal;
+                do {
+                    if ((data.dwFileAttributes & ~(attributes | kAlways)) == 0) {
+                        result = data.cFileName.data();
+                        break;
+                    }
+                } while (FindNextFileA(h, data));
+                FindClose(h);
+            }
+        }
+    }
+    record("Dir", {Quote(pathname), std::to_string(attributes)}, Quote(result), false);
+    return result;
+}
+
 // --- Profile ---
 
 std::int32_t Machine::WritePrivateProfileStringA(const std::string& section, const std::string& key,
@@ -454,6 +484,68 @@ void Machine::DoEvents() {
 
 float Machine::Timer() { return static_cast<float>(std::fmod(now_, 86400.0)); }
 
+std::intptr_t Machine::WindowStyle(platform::WindowHandle window) const {
+    auto it = styles_.find(window);
+    return it == styles_.end() ? 0 : it->second;
+}
+
+std::intptr_t Machine::SendMessageA(platform::WindowHandle window, std::uint32_t message, std::uintptr_t wParam,
+                                    std::intptr_t lParam) {
+    std::intptr_t result = 0;
+    if (message == platform::kLvmGetHeader && window != 0) {
+        const platform::WindowHandle header = HeaderOf(window);
+        styles_.try_emplace(header, kDefaultHeaderStyle);
+        result = static_cast<std::intptr_t>(header);
+    }
+    record("SendMessageA",
+           {std::to_string(window), std::to_string(message), std::to_string(wParam), std::to_string(lParam)},
+           std::to_string(result), false);
+    return result;
+}
+
+std::intptr_t Machine::GetWindowLongA(platform::WindowHandle window, std::int32_t index) {
+    const std::intptr_t value = index == platform::kGwlStyle ? WindowStyle(window) : 0;
+    record("GetWindowLongA", {std::to_string(window), std::to_string(index)}, std::to_string(value), false);
+    return value;
+}
+
+std::intptr_t Machine::SetWindowLongA(platform::WindowHandle window, std::int32_t index, std::intptr_t value) {
+    std::intptr_t previous = 0;
+    if (index == platform::kGwlStyle && window != 0) {
+        previous = WindowStyle(window);
+        styles_[window] = value;
+    }
+    record("SetWindowLongA", {std::to_string(window), std::to_string(index), std::to_string(value)},
+           std::to_string(previous), true);
+    return previous;
+}
+
+bool Machine::SetWindowPos(platform::WindowHandle window, platform::WindowHandle insertAfter, std::int32_t x,
+                           std::int32_t y, std::int32_t cx, std::int32_t cy, std::uint32_t flags) {
+    const bool ok = window != 0;
+    if (ok && insertAfter == platform::kHwndTopmost && (flags & platform::kSwpNoZOrder) == 0) topmost_[window] = true;
+    const std::string after =
+        insertAfter == platform::kHwndTopmost ? std::string("HWND_TOPMOST") : std::to_string(insertAfter);
+    record("SetWindowPos",
+           {std::to_string(window), after, std::to_string(x), std::to_string(y), std::to_string(cx), std::to_string(cy),
+            std::to_string(flags)},
+           ok ? "true" : "false", true);
+    return ok;
+}
+
+platform::TwipsRect Machine::WorkArea() {
+    record("WorkArea", {}, "", false);
+    return workArea_;
+}
+
+std::uintptr_t Machine::LoadPicture(const std::string& file) {
+    std::uintptr_t handle = 0;
+    const Drive* d = driveOf(file);
+    if (d != nullptr && d->ready && FileContent(file).has_value()) handle = nextPicture_++;
+    record("LoadPicture", {Quote(file)}, std::to_string(handle), false);
+    return handle;
+}
+
 // --- Shell ---
 
 std::intptr_t Machine::ShellExecuteA(platform::WindowHandle owner, const std::string& verb, const std::string& file,
@@ -464,6 +556,85 @@ std::intptr_t Machine::ShellExecuteA(platform::WindowHandle owner, const std::st
             std::to_string(showCommand)},
            "42", true);
     return 42;
+}
+
+std::int32_t Machine::Shell_NotifyIconA(std::uint32_t message, std::span<const std::uint8_t, 88> data) {
+    auto u32 = [&](std::size_t at) {
+        return static_cast<std::uint32_t>(data[at]) | static_cast<std::uint32_t>(data[at + 1]) << 8 |
+               static_cast<std::uint32_t>(data[at + 2]) << 16 | static_cast<std::uint32_t>(data[at + 3]) << 24;
+    };
+    const std::uint32_t size = u32(0), window = u32(4), id = u32(8), icon = u32(20);
+    const auto key = std::make_pair(window, id);
+    std::string tip(reinterpret_cast<const char*>(data.data() + 24), 64);
+    tip = tip.substr(0, tip.find('\0'));
+    bool ok = false;
+    if (size == 88) {
+        switch (message) {
+        case platform::kNimAdd:
+            ok = window != 0 && trayIcons_.count(key) == 0;
+            if (ok) trayIcons_[key] = icon;
+            break;
+        case platform::kNimModify:
+            ok = trayIcons_.count(key) != 0;
+            if (ok) trayIcons_[key] = icon;
+            break;
+        case platform::kNimDelete:
+            ok = trayIcons_.erase(key) != 0;
+            break;
+        default:
+            break;
+        }
+    }
+    record("Shell_NotifyIconA",
+           {std::to_string(message), std::to_string(window), std::to_string(id), std::to_string(icon), Quote(tip)},
+           ok ? "1" : "0", true);
+    return ok ? 1 : 0;
+}
+
+// --- FileSystemObject ---
+
+namespace {
+std::int32_t ScriptingType(std::uint32_t driveType) {
+    switch (driveType) {
+    case platform::kDriveRemovable:
+        return platform::kFsoRemovable;
+    case platform::kDriveFixed:
+        return platform::kFsoFixed;
+    case platform::kDriveRemote:
+        return platform::kFsoNetwork;
+    case platform::kDriveCdrom:
+        return platform::kFsoCdRom;
+    case platform::kDriveRamdisk:
+        return platform::kFsoRamDisk;
+    default:
+        return platform::kFsoUnknown;
+    }
+}
+
+platform::ScriptingDrive Describe(const Drive& d) {
+    platform::ScriptingDrive s;
+    s.DriveLetter = std::string(1, Upper(d.root[0]));
+    s.DriveType = ScriptingType(d.type);
+    s.IsReady = d.ready;
+    if (d.ready) s.VolumeName = d.label;
+    s.ShareName = d.shareName;
+    return s;
+}
+} // namespace
+
+std::optional<platform::ScriptingDrive> Machine::GetDrive(const std::string& root) {
+    const Drive* d = FindDrive(root);
+    std::optional<platform::ScriptingDrive> result;
+    if (d != nullptr && (root.size() == 1 || root[1] == ':')) result = Describe(*d);
+    record("GetDrive", {Quote(root)}, result ? "drive" : "none", false);
+    return result;
+}
+
+std::vector<platform::ScriptingDrive> Machine::Drives() {
+    std::vector<platform::ScriptingDrive> all;
+    for (const auto& d : drives_) all.push_back(Describe(d));
+    record("Drives", {}, std::to_string(all.size()), false);
+    return all;
 }
 
 } // namespace fake

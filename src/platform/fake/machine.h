@@ -27,6 +27,7 @@ struct Drive {
     bool ready = true;
     bool readOnly = false; // writes and label changes fail, as on a full or protected medium
     std::uint32_t serial = 0;
+    std::string shareName = {}; // network drives: "\\server\share"
 };
 
 struct Call {
@@ -54,7 +55,8 @@ class Machine : public platform::Application,
                 public platform::Volumes,
                 public platform::Profile,
                 public platform::WindowSystem,
-                public platform::Shell {
+                public platform::Shell,
+                public platform::FileSystemObject {
 public:
     Machine();
 
@@ -62,7 +64,7 @@ public:
     // Throws std::runtime_error with a clear message on a malformed description.
     static void LoadJson(Machine& machine, std::string_view text);
 
-    platform::Services services() { return {*this, *this, *this, *this, *this}; }
+    platform::Services services() { return {*this, *this, *this, *this, *this, *this}; }
 
     // --- describing the machine ---
     void AddDrive(Drive drive);
@@ -97,6 +99,21 @@ public:
     void ClearJournal() { journal_.clear(); }
     void OnCall(std::function<void(const Call&)> observer) { observer_ = std::move(observer); }
 
+    // --- windows ---
+    void SetWorkArea(platform::TwipsRect area) { workArea_ = area; }
+    // The style the window system keeps for a window (a list view's header).
+    void SetWindowStyle(platform::WindowHandle window, std::intptr_t style) { styles_[window] = style; }
+    std::intptr_t WindowStyle(platform::WindowHandle window) const;
+    // True once a SetWindowPos request with kHwndTopmost reached the window.
+    bool Topmost(platform::WindowHandle window) const { return topmost_.count(window) != 0; }
+    // The header control the window system gives a list view.
+    static platform::WindowHandle HeaderOf(platform::WindowHandle listView) { return listView + 0x1F00; }
+    static constexpr std::intptr_t kDefaultHeaderStyle = 0x50000000 | platform::kHdsButtons;
+
+    // --- the notification area ---
+    // Icons the shell shows, by window handle and id.
+    std::size_t TrayIcons() const { return trayIcons_.size(); }
+
     bool Ended() const { return ended_; }
     std::uint32_t ExitCode() const { return exitCode_; }
     std::int64_t Yields() const { return yields_; }
@@ -125,6 +142,7 @@ public:
     bool FindClose(platform::Handle search) override;
     bool DeleteFileA(const std::string& path) override;
     bool MoveFileExA(const std::string& existing, const std::string& replacement, std::uint32_t flags) override;
+    std::string Dir(const std::string& pathname, std::uint32_t attributes) override;
 
     // Profile
     std::int32_t WritePrivateProfileStringA(const std::string& section, const std::string& key,
@@ -142,11 +160,24 @@ public:
                              std::uint32_t type) override;
     void DoEvents() override;
     float Timer() override;
+    std::intptr_t SendMessageA(platform::WindowHandle window, std::uint32_t message, std::uintptr_t wParam,
+                               std::intptr_t lParam) override;
+    std::intptr_t GetWindowLongA(platform::WindowHandle window, std::int32_t index) override;
+    std::intptr_t SetWindowLongA(platform::WindowHandle window, std::int32_t index, std::intptr_t value) override;
+    bool SetWindowPos(platform::WindowHandle window, platform::WindowHandle insertAfter, std::int32_t x, std::int32_t y,
+                      std::int32_t cx, std::int32_t cy, std::uint32_t flags) override;
+    platform::TwipsRect WorkArea() override;
+    std::uintptr_t LoadPicture(const std::string& file) override;
 
     // Shell
     std::intptr_t ShellExecuteA(platform::WindowHandle owner, const std::string& verb, const std::string& file,
                                 const std::string& parameters, const std::string& directory,
                                 std::int32_t showCommand) override;
+    std::int32_t Shell_NotifyIconA(std::uint32_t message, std::span<const std::uint8_t, 88> data) override;
+
+    // FileSystemObject
+    std::optional<platform::ScriptingDrive> GetDrive(const std::string& root) override;
+    std::vector<platform::ScriptingDrive> Drives() override;
 
     static constexpr platform::WindowHandle kOwnHiddenWindow = 0x1000;
     static constexpr platform::WindowHandle kOtherHiddenWindow = 0x2000;
@@ -186,6 +217,11 @@ private:
     std::vector<MessageBoxRecord> messageBoxes_;
     std::vector<Call> journal_;
     std::function<void(const Call&)> observer_;
+    platform::TwipsRect workArea_{0, 0, 1920 * 15, 1040 * 15};
+    std::map<platform::WindowHandle, std::intptr_t> styles_;
+    std::map<platform::WindowHandle, bool> topmost_;
+    std::map<std::pair<std::uint32_t, std::uint32_t>, std::uint32_t> trayIcons_; // (hWnd, uID) -> hIcon
+    std::uintptr_t nextPicture_ = 0x7000;
     bool ended_ = false;
     std::uint32_t exitCode_ = 0;
     std::int64_t yields_ = 0;

@@ -76,6 +76,7 @@ void Machine::LoadJson(Machine& m, std::string_view text) {
             drive.ready = Flag(d, "ready", true);
             drive.readOnly = Flag(d, "readOnly", false);
             drive.serial = Num<std::uint32_t>(d, "serial", 0);
+            drive.shareName = Str(d, "shareName");
             m.AddDrive(std::move(drive));
         }
     }
@@ -89,6 +90,11 @@ void Machine::LoadJson(Machine& m, std::string_view text) {
             else
                 m.AddFile(path, Str(f, "content"), Num<std::uint32_t>(f, "attributes", platform::kAttrArchive));
         }
+    }
+    if (doc.contains("workArea")) {
+        const json& w = doc["workArea"];
+        m.SetWorkArea(platform::TwipsRect{Num<double>(w, "left", 0), Num<double>(w, "top", 0),
+                                          Num<double>(w, "width", 28800), Num<double>(w, "height", 15600)});
     }
     if (doc.contains("messageBoxAnswers")) {
         for (const json& a : doc["messageBoxAnswers"]) {
