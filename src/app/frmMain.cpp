@@ -205,6 +205,7 @@ void frmMain::ShowDriveCaption() {
 // notification handling; until then they leave the window as it is.
 void frmMain::FillDriveList(bool) {}
 void frmMain::ReadDrivesInfo() {}
+void frmMain::ShowRelease(const std::string&) {}
 void frmMain::SubClassNotify() {}
 
 // --- events ---

@@ -55,6 +55,8 @@ public:
     void ShowDriveCaption();
     void FillDriveList(bool Refresh);
     void ReadDrivesInfo();
+    // Shows the released notice with the message for about one second.
+    void ShowRelease(const std::string& Message);
     void SubClassNotify();
 
     // State of the window.
@@ -64,6 +66,7 @@ public:
     void SetReleaseRunning(std::int16_t value) { ReleaseRunning_ = value; }
     const std::string& SelectedDrive() const { return SelectedDrive_; }
     float WaitStart() const { return WaitStart_; }
+    void SetWaitStart(float value) { WaitStart_ = value; }
     bool Ended() const { return ended_; }
 
     // ViewEvents

@@ -94,6 +94,11 @@ public:
     const std::vector<MessageBoxRecord>& MessageBoxes() const { return messageBoxes_; }
 
     // --- the journal ---
+    // Records one boundary call; the services kept in other classes of the
+    // simulated machine journal through here too.
+    void Record(std::string name, std::vector<std::string> args, std::string result, bool request) {
+        record(std::move(name), std::move(args), std::move(result), request);
+    }
     const std::vector<Call>& Journal() const { return journal_; }
     std::vector<Call> Calls(std::string_view name) const;
     void ClearJournal() { journal_.clear(); }
