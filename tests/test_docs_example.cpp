@@ -18,14 +18,18 @@ std::vector<std::string> SplitLines(const std::string& text) {
     return lines;
 }
 
-TEST(DocsExample, SimPrintsTheDocumentedTranscript) {
+class DocsExample : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(DocsExample, SimPrintsTheDocumentedTranscript) {
     const std::string docs = std::string(KESTRINE_SOURCE_DIR) + "/docs/";
-    std::ifstream expectedFile(docs + "example-start.jsonl");
-    ASSERT_TRUE(expectedFile) << "docs/example-start.jsonl is missing";
+    const std::string name = GetParam();
+    std::ifstream expectedFile(docs + name + ".jsonl");
+    ASSERT_TRUE(expectedFile) << "docs/" << name << ".jsonl is missing";
     std::stringstream expected;
     expected << expectedFile.rdbuf();
 
-    const std::string command = std::string(KESTRINE_SIM_PATH) + " " + docs + "example-start.json";
+    // A broken wait would make the simulator spin: give up after a while.
+    const std::string command = "timeout 60 " + std::string(KESTRINE_SIM_PATH) + " " + docs + name + ".json";
     std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
     ASSERT_NE(pipe, nullptr);
     std::string actual;
@@ -42,5 +46,7 @@ TEST(DocsExample, SimPrintsTheDocumentedTranscript) {
         EXPECT_EQ(got[i], want[i]) << "line " << i + 1;
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Examples, DocsExample, ::testing::Values("example-start", "example-stick"));
 
 } // namespace

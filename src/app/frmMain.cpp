@@ -2,12 +2,17 @@
 
 #include "app/vb.h"
 #include "drives/cDrive.h"
+#include "notify/device_change.h"
+#include "release/release_command.h"
 #include "ui/cLV.h"
 #include "ui/cTray.h"
 
 namespace app {
 
-frmMain::frmMain(platform::Services& services, View& view) : prog_(services, view) { view.SetEvents(this); }
+frmMain::frmMain(platform::Services& services, View& view) : prog_(services, view) {
+    prog_.form = this;
+    view.SetEvents(this);
+}
 
 frmMain::~frmMain() { prog_.view.SetEvents(nullptr); }
 
@@ -45,8 +50,7 @@ void frmMain::Form_Load() {
 
     ReadSettings();
 
-    // The device-change procedure goes into the window's chain here; it
-    // arrives with the device-change handling.
+    notify::HookDeviceChange(prog_, v.hWnd());
 
     v.SetDataChanged(Ctl::txtDT_Cap, false);
     v.SetEnabled(Ctl::cmdSetLabel, v.DataChanged(Ctl::txtDT_Cap));
@@ -154,8 +158,9 @@ void frmMain::Unload_Prog() {
     windows.DoEvents();
     prog_.gDrive.reset();
     windows.DoEvents();
-    // The window procedure saved by the device-change handling is put back
-    // here; it arrives with that handling.
+    // Putting back the procedure saved by the device-change hook also takes
+    // out the shell-report subclass installed after it.
+    notify::UnhookDeviceChange(prog_, prog_.view.hWnd());
     windows.DoEvents();
     // The unload request for a window that is already unloading changes nothing.
 }
@@ -173,47 +178,28 @@ void frmMain::Form_Resize() {
 
 // --- window handlers ---
 
-void frmMain::cmbSize_Click() {
-    auto* drive = prog_.gDrive.get();
-    if (drive == nullptr) return;
-    if (drive->p_GetDriveLetters("0").empty()) {
-        drive->mp_GetDriveTyps();
-        std::string first = drive->p_GetDriveLetters("0");
-        drive->ChooseUSB_Info(first);
-    } else {
-        drive->GetDriveCapacity();
-    }
-    SetLabelCap();
-}
-
-void frmMain::SetLabelCap() {
-    View& v = prog_.view;
-    const std::string unit = v.Text(Ctl::cmbSize);
-    for (int i = 0; i < 3; ++i) v.SetText(SizeLabel(i), unit);
-}
-
-void frmMain::ShowDriveCaption() {
-    View& v = prog_.view;
-    const int item = v.SelectedItem(Ctl::ListView1);
-    if (item == 0) return;
-    v.SetText(Ctl::txtNotify,
-              " Drive: " + v.ItemText(Ctl::ListView1, item) + "   Label: " + v.SubItem(Ctl::ListView1, item, 1));
-}
-
-// Filling the drive list, the USB drive list with the window caption, and the
-// shell-report subclass arrive with the drive-list, bus-probe and
-// notification handling; until then they leave the window as it is.
-void frmMain::FillDriveList(bool) {}
-void frmMain::ReadDrivesInfo() {}
-void frmMain::ShowRelease(const std::string&) {}
-void frmMain::SubClassNotify() {}
-
 // --- events ---
 
+// Once the process has ended nothing reaches the handlers any more.
+
 void frmMain::Click(Ctl control) {
+    if (ended_) return;
     switch (control) {
+    case Ctl::ListView1:
+        ShowSelectedDrive();
+        break;
     case Ctl::cmbSize:
         cmbSize_Click();
+        break;
+    case Ctl::cmdCentreScreen:
+        cmdCentreScreen_Click();
+        break;
+    case Ctl::lstDrives:
+        lstDrives_Click();
+        break;
+    case Ctl::cmdRemoveUSB:
+    case Ctl::mnuRemoveUSB:
+        release::cmdRemoveUSB_Click(*this);
         break;
     case Ctl::cmdClose:
         cmdClose_Click();
@@ -221,19 +207,72 @@ void frmMain::Click(Ctl control) {
     case Ctl::mnuExit:
         mnuExit_Click();
         break;
+    case Ctl::cmdExplore:
+    case Ctl::mnuWindowsExplorer:
+        cmdExplore_Click();
+        break;
+    case Ctl::mnuRecycleBin:
+        OpenRecycleBin();
+        break;
+    case Ctl::cmdSelectUtility:
+    case Ctl::mnuQuorraFiles:
+        cmdSelectUtility_Click();
+        break;
+    case Ctl::cmdBrindle:
+    case Ctl::mnuQuickLaunch:
+        cmdBrindle_Click();
+        break;
+    case Ctl::cmdAbout:
+        cmdAbout_Click();
+        break;
+    case Ctl::cmdSetLabel:
+        cmdSetLabel_Click();
+        break;
     default:
+        if (control >= PopupEntry(0) && control <= PopupEntry(8))
+            mnuPopup_Click(static_cast<int>(control) - static_cast<int>(PopupEntry(0)));
         break;
     }
 }
 
-void frmMain::DblClick(Ctl) {}
-void frmMain::Change(Ctl) {}
-void frmMain::KeyDown(Ctl, std::int16_t&, std::int16_t) {}
-void frmMain::KeyUp(Ctl, std::int16_t&, std::int16_t) {}
-void frmMain::MouseUp(Ctl, std::int16_t, std::int16_t, float, float) {}
-void frmMain::Validate(Ctl, bool&) {}
-void frmMain::Resize() { Form_Resize(); }
-void frmMain::Activate() { Form_Activate(); }
-void frmMain::CloseRequested() { Unload(); }
+void frmMain::DblClick(Ctl control) {
+    if (!ended_ && control == Ctl::ListView1) ShowSelectedDrive();
+}
+
+void frmMain::Change(Ctl control) {
+    if (!ended_ && control == Ctl::txtDT_Cap) txtDT_Cap_Change();
+}
+
+void frmMain::KeyDown(Ctl control, std::int16_t& keyCode, std::int16_t shift) {
+    if (!ended_ && control == Ctl::ListView1) ListView1_KeyDown(keyCode, shift);
+}
+
+void frmMain::KeyUp(Ctl control, std::int16_t&, std::int16_t) {
+    if (!ended_ && control == Ctl::ListView1) ShowSelectedDrive();
+}
+
+void frmMain::MouseUp(Ctl control, std::int16_t button, std::int16_t shift, float, float) {
+    if (!ended_ && control == Ctl::ListView1) ListView1_MouseUp(button, shift);
+}
+
+void frmMain::Validate(Ctl control, bool& cancel) {
+    if (!ended_ && control == Ctl::txtDT_Cap) txtDT_Cap_Validate(cancel);
+}
+
+void frmMain::Resize() {
+    if (!ended_) Form_Resize();
+}
+
+void frmMain::Tick(Ctl timer) {
+    if (!ended_ && timer == Ctl::tmrFlashMe) tmrFlashMe_Timer();
+}
+
+void frmMain::Activate() {
+    if (!ended_) Form_Activate();
+}
+
+void frmMain::CloseRequested() {
+    if (!ended_) Unload();
+}
 
 } // namespace app

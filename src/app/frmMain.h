@@ -49,15 +49,47 @@ public:
     void WriteSettings();
     std::string SettingsPath();
 
+    // The drive list.
+    void FillDriveList(bool Refresh);
+    void GetDriveInfo(const std::string& Root);
+    std::string GetVolumeLabelByDir(const std::string& Root);
+    // Refreshes the hidden drive list box: one entry per logical drive.
+    void Drive1_Refresh();
+
     // Window handlers.
+    void ShowSelectedDrive();
+    void ShowDriveCaption();
+    void ListView1_KeyDown(std::int16_t& KeyCode, std::int16_t Shift);
+    void ListView1_MouseUp(std::int16_t Button, std::int16_t Shift);
     void cmbSize_Click();
     void SetLabelCap();
-    void ShowDriveCaption();
-    void FillDriveList(bool Refresh);
+    void txtDT_Cap_Change();
+    void txtDT_Cap_Validate(bool& Cancel);
+    void cmdCentreScreen_Click();
     void ReadDrivesInfo();
+    void lstDrives_Click();
+    void mnuPopup_Click(int Index);
     // Shows the released notice with the message for about one second.
     void ShowRelease(const std::string& Message);
     void SubClassNotify();
+
+    // The shell's change reports, decoded into the event log Text1.
+    void HandleShellNotify(std::uintptr_t& ItemsPtr, std::uint32_t& EventCode);
+    static std::string ShellEventName(std::uint32_t EventCode);
+    std::string GetPidlDisplayName(std::uintptr_t Pidl);
+    std::string GetPidlPath(std::uintptr_t Pidl);
+    static std::string TrimAtNull(const std::string& Text);
+    void tmrFlashMe_Timer();
+    int FlashInterval() const { return FlashInterval_; }
+
+    // The user's commands.
+    void cmdExplore_Click();
+    void OpenRecycleBin();
+    void cmdSelectUtility_Click();
+    void cmdBrindle_Click();
+    std::string LocateThisProgram(const std::string& WhichProgram);
+    void cmdAbout_Click();
+    void cmdSetLabel_Click();
 
     // State of the window.
     const std::string& StartDrive() const { return StartDrive_; }
@@ -67,6 +99,10 @@ public:
     const std::string& SelectedDrive() const { return SelectedDrive_; }
     float WaitStart() const { return WaitStart_; }
     void SetWaitStart(float value) { WaitStart_ = value; }
+    // True from the first step of a release run to its last; a second release
+    // request is refused while it is (ReleaseRunning covers a shorter span).
+    bool ReleaseBusy() const { return ReleaseBusy_; }
+    void SetReleaseBusy(bool busy) { ReleaseBusy_ = busy; }
     bool Ended() const { return ended_; }
 
     // ViewEvents
@@ -77,6 +113,7 @@ public:
     void KeyUp(Ctl control, std::int16_t& keyCode, std::int16_t shift) override;
     void MouseUp(Ctl control, std::int16_t button, std::int16_t shift, float x, float y) override;
     void Validate(Ctl control, bool& cancel) override;
+    void Tick(Ctl timer) override;
     void Resize() override;
     void Activate() override;
     void CloseRequested() override;
@@ -89,9 +126,12 @@ private:
     std::int16_t ReleaseRunning_ = 0;
     std::string SelectedDrive_;
     float WaitStart_ = 0;
-    bool closing_ = false;  // a close request or the unload is under way
-    bool unloaded_ = false; // Form_Unload has run
-    bool ended_ = false;    // the process was asked to end
+    bool ReleaseBusy_ = false;
+    std::int16_t FlashCount_ = 0; // ticks of the flash timer in the current burst
+    int FlashInterval_ = 0;       // the flash timer's interval in milliseconds; 0 never ticks
+    bool closing_ = false;        // a close request or the unload is under way
+    bool unloaded_ = false;       // Form_Unload has run
+    bool ended_ = false;          // the process was asked to end
 };
 
 } // namespace app

@@ -18,6 +18,8 @@ class cTray;
 
 namespace app {
 
+class frmMain;
+
 inline constexpr std::int16_t kTrue = -1;
 inline constexpr std::int16_t kFalse = 0;
 
@@ -29,6 +31,7 @@ struct Program {
 
     platform::Services& sys;
     View& view;
+    frmMain* form = nullptr; // the main window that owns this program
 
     std::unique_ptr<drives::cDrive> gDrive;
     std::unique_ptr<ui::cTray> gTray;
@@ -38,6 +41,8 @@ struct Program {
     std::string ChangedRoot;
     std::string DriveTypeName;
     std::string DriveLabel;
+    std::uint32_t ShellNotifyId = 0;
+    std::uintptr_t DesktopPidl = 0;
     settings::basINI ini; // IniKeys and IniValues live here
 
     // Yields to the message loop until the given seconds have passed since

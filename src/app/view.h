@@ -7,6 +7,7 @@
 #include <string>
 
 #include "app/form_table.h"
+#include "app/surface.h"
 #include "platform/types.h"
 
 namespace app {
@@ -36,6 +37,7 @@ public:
     virtual void KeyUp(Ctl control, std::int16_t& keyCode, std::int16_t shift) = 0;
     virtual void MouseUp(Ctl control, std::int16_t button, std::int16_t shift, float x, float y) = 0;
     virtual void Validate(Ctl control, bool& cancel) = 0;
+    virtual void Tick(Ctl timer) = 0; // a timer's interval has passed
     virtual void Resize() = 0;
     virtual void Activate() = 0;
     // The close box, the system menu or a system shutdown asks the window to close.
@@ -109,6 +111,10 @@ public:
     virtual bool SetItemData(Ctl list, int index, std::int32_t data) = 0;
 
     // Text boxes.
+    // Appends to a text box's text (raising Change); a renderer keeps this
+    // cheap however long the text grows.
+    virtual void AppendText(Ctl control, const std::string& text) { SetText(control, Text(control) + text); }
+    virtual int TextLength(Ctl control) const { return static_cast<int>(Text(control).size()); }
     virtual bool DataChanged(Ctl control) const = 0;
     virtual void SetDataChanged(Ctl control, bool changed) = 0;
     virtual int SelStart(Ctl control) const = 0;
@@ -117,8 +123,14 @@ public:
     virtual void SetSelLength(Ctl control, int length) = 0;
     virtual void SetFocus(Ctl control) = 0;
 
+    // Repaints a control now (a list after its rows changed).
+    virtual void Refresh(Ctl control) = 0;
+
     // Opens a pop-up menu at the mouse position with a default (bold) entry.
     virtual void PopupMenu(Ctl menu, Ctl defaultEntry) = 0;
+
+    // The drawing surface of a picture box; nullptr for any other control.
+    virtual Surface* Picture(Ctl control) = 0;
 };
 
 } // namespace app

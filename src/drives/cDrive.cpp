@@ -7,6 +7,7 @@
 #include "app/program.h"
 #include "app/vb.h"
 #include "ui/cProgressBar.h"
+#include "ui/cTray.h"
 
 namespace drives {
 
@@ -109,10 +110,16 @@ void cDrive::GetDriveCapacity() {
     double pct = 0;
     if (size / unit != 0) pct = (used / unit) / (size / unit) * 100.0;
 
-    ui::cProgressBar bar;
-    bar.StartFarbe(110, 0, 0);
-    bar.EndFarbe(200, 0, 0);
-    bar.ShowProgress(view, Ctl::Picture1, vb::RoundHalfEven(pct), 0, 100, true);
+    // The usage bar. A share beyond the 32-bit range cannot be passed on, and
+    // a window without the picture has nothing to paint: the step is skipped.
+    const double share = vb::RoundHalfEven(pct);
+    app::Surface* picture = view.Picture(Ctl::Picture1);
+    if (picture != nullptr && share >= -2147483648.0 && share <= 2147483647.0) {
+        ui::cProgressBar bar;
+        bar.StartFarbe(110, 0, 0);
+        bar.EndFarbe(200, 0, 0);
+        bar.ShowProgress(*picture, static_cast<std::int32_t>(share), 0, 100, true);
+    }
 }
 
 std::int32_t cDrive::GetAllFiles(std::string sStartPath, std::vector<std::string>& sFolders,
@@ -178,13 +185,104 @@ bool cDrive::mp_PathExists(const std::string& path) {
     return true;
 }
 
-// The USB side of the inventory (choosing, showing and forgetting the current
-// drive, the per-drive USB.ini and the status of the last scan) is not built
-// yet: these members leave the inventory and the window as they are.
-void cDrive::RemoveUSB_Info() {}
-void cDrive::ChooseUSB_Info(std::string&) {}
-void cDrive::SetUSB_Info() {}
-void cDrive::mp_StandardPfad(const std::string&) {}
-void cDrive::mp_ReadUSBInfos() {}
+// --- the USB side: the current drive, USB.ini and the status of the last scan ---
+
+std::uintptr_t cDrive::LoadConnectIcon() {
+    std::string path = prog_.sys.app.Path();
+    if (path.empty() || path.back() != '\\') path += '\\';
+    return prog_.sys.windows.LoadPicture(path + "Connect.ico");
+}
+
+void cDrive::mp_ReadUSBInfos() {
+    m_USBInfos.Clear();
+    const std::int32_t n = p_GetDL_Count();
+    if (n >= 2) {
+        m_USBInfos.Add("0", "-1");
+        return;
+    }
+    if (n == 0) {
+        m_USBInfos.Add("0", "-2");
+        if (const auto icon = LoadConnectIcon(); icon != 0 && prog_.gTray) prog_.gTray->TrayIcon_Icon(icon);
+        return;
+    }
+    // One drive: its USB.ini, read as key/value pairs in file order. A missing
+    // Connect.ico or a broken USB.ini ends the rebuild with the list empty.
+    const auto icon = LoadConnectIcon();
+    if (icon == 0) return;
+    if (prog_.gTray) prog_.gTray->TrayIcon_Icon(icon);
+    const std::string file = p_GetDriveLetters("0") + "USB.ini";
+    if (!mp_PathExists(file)) return;
+    settings::basINI& ini = prog_.ini;
+    ini.IniListsReset();
+    const auto sections = ini.IniSectionNames(file);
+    for (std::size_t i = 0; i + 1 < sections.size(); ++i)
+        if (!ini.IniSectionRead(file, sections[i])) return;
+    const std::int32_t count = ini.IniKeyCount();
+    for (std::int32_t i = 0; i < count; ++i) {
+        m_USBInfos.Add(std::to_string(2 * i), ini.IniKeyGet(std::to_string(i)));
+        m_USBInfos.Add(std::to_string(2 * i + 1), ini.IniValueGet(std::to_string(i)));
+    }
+}
+
+void cDrive::ChooseUSB_Info(std::string& sItem) {
+    const std::int32_t n = p_GetDL_Count();
+    if (sItem.empty() || n >= 2) {
+        const std::string last = p_GetUSBInfos(std::to_string(p_USBInfosCount() - 1));
+        if (last == "-2") {
+            app::View& v = prog_.view;
+            prog_.sys.windows.MessageBoxA(v.hWnd(), "No USB device found.", v.Text(app::Ctl::frmMain),
+                                          platform::kMbOk | platform::kMbIconInformation);
+            RemoveUSB_Info();
+            return;
+        }
+        if (last != "-1") return;
+    }
+    p_Del_DriveLetters();
+    p_SetDriveLetters("0", sItem);
+    SetUSB_Info();
+}
+
+void cDrive::SetUSB_Info() {
+    app::View& v = prog_.view;
+    GetDriveCapacity();
+    std::string value = prog_.ini.IniValueGet("0");
+    const std::string root = p_GetDriveLetters("0");
+    if (mp_PathExists(root + "USB.ini")) {
+        if (!value.empty() && value.front() == '\\') value.erase(0, 1);
+        mp_StandardPfad(value);
+    }
+    v.SetText(Ctl::txtDT_Cap, mp_GetDriveName(root));
+    v.SetText(Ctl::txtFAT, mp_FileSystem());
+    if (const auto icon = LoadConnectIcon(); icon != 0 && prog_.gTray) {
+        prog_.gTray->TrayIcon_Icon(icon);
+        auto handle = static_cast<std::uint32_t>(prog_.gTray->TrayIcon_Icon());
+        prog_.gTray->TrayIcon_Modify(v.Text(Ctl::frmMain), handle);
+    }
+}
+
+void cDrive::RemoveUSB_Info() {
+    app::View& v = prog_.view;
+    mp_StandardPfad(std::string{});
+    v.SetText(Ctl::txtFAT, "");
+    v.SetText(Ctl::txtDT_Cap, "");
+    v.SetText(Ctl::lblHDFree, "");
+    v.SetText(Ctl::lblHDSize, "");
+    v.SetText(Ctl::lblHDUsed, "");
+    if (app::Surface* bar = v.Picture(Ctl::Picture1)) bar->Cls();
+    prog_.ini.IniListsReset();
+    m_USBInfos.Clear();
+    m_DriveLetters.Clear();
+    m_DriveTyps.Clear();
+}
+
+std::string cDrive::mp_StandardPfad() {
+    const std::string path = p_GetDriveLetters("0") + m_StandardPfad;
+    if (mp_PathExists(path)) return m_PfadValid ? m_StandardPfad : std::string{};
+    // A standard folder that was missing once stays unusable for good.
+    if (!m_StandardPfad.empty()) m_PfadValid = false;
+    return {};
+}
+
+void cDrive::mp_StandardPfad(const std::string& sNewValue) { m_StandardPfad = sNewValue; }
 
 } // namespace drives

@@ -64,7 +64,7 @@ public:
     std::string p_GetUSBInfos(const std::string& Key) const { return m_USBInfos.ItemOrEmpty(Key); }
     std::int32_t p_USBInfosCount() const { return m_USBInfos.Count(); }
     const std::string& mp_FileSystem() const { return m_FileSystem; }
-    std::string mp_StandardPfad() const { return m_StandardPfad; }
+    std::string mp_StandardPfad();
     void mp_StandardPfad(const std::string& sNewValue);
 
     // An unsigned little-endian number of 8 bytes, in double precision.
@@ -75,6 +75,8 @@ public:
 
 private:
     void mp_ReadUSBInfos();
+    // Loads Connect.ico from the program's folder; 0 when it cannot be loaded.
+    std::uintptr_t LoadConnectIcon();
 
     app::Program& prog_;
     KeyedList m_DriveTyps;

@@ -1,5 +1,6 @@
 #pragma once
-// modGetDriveSerialNumber: the serial number of the disk a drive lives on.
+// modGetDriveSerialNumber: the serial number of the disk a drive lives on,
+// cut from the Plug-and-Play device ID the management service gives for it.
 #include <string>
 
 #include "app/form_table.h"
@@ -10,8 +11,20 @@ struct Program;
 
 namespace drives {
 
+inline constexpr const char* kNoDeviceId = "None (not hard-disk or USB device)";
+inline constexpr const char* kNoSerial = "none";
+
 // The serial text of the disk that holds drive ("E:"); writes the disk's
 // device ID (or the note that there is none) into the label.
 std::string GetSerialNumber(app::Program& prog, app::Ctl label, const std::string& drive);
+
+// The PNP device ID of the first disk (in the service's order) that holds the
+// drive, found through its partitions and their logical disks; "" when none
+// does. When found, the label shows the ID with every "&" doubled.
+std::string GetPNPDeviceID(app::Program& prog, app::Ctl label, const std::string& sDrive);
+
+// The instance part of a device ID (after the last "\") with its "&"-separated
+// parts joined by single spaces, empty parts left out.
+std::string ExtractSerial(app::Ctl label, const std::string& deviceId);
 
 } // namespace drives

@@ -27,6 +27,15 @@ public:
     virtual void ExitProcess(std::uint32_t code) = 0;
     // The decimal separator of the user's locale.
     virtual char DecimalSeparator() = 0;
+
+    // The process's current folder ("C:\Work"), and changing the current
+    // drive ("E:" or "E") and folder. False when the change is refused.
+    virtual std::string CurDir() = 0;
+    virtual bool ChDrive(const std::string& drive) = 0;
+    virtual bool ChDir(const std::string& path) = 0;
+    // Starts a program: the program file is named explicitly, the command
+    // line is passed as given; its window is shown normally with the focus.
+    virtual bool CreateProcessA(const std::string& applicationName, const std::string& commandLine) = 0;
 };
 
 } // namespace platform

@@ -21,6 +21,18 @@ inline constexpr std::uint32_t kSwpShowWindow = 0x40;
 inline constexpr std::int32_t kGwlStyle = -16;
 inline constexpr std::uint32_t kLvmGetHeader = 0x101F;
 inline constexpr std::uint32_t kHdsButtons = 0x2;
+inline constexpr std::int32_t kGwlWndProc = -4;
+
+// Window messages the program handles.
+inline constexpr std::uint32_t kWmDestroy = 0x2;
+inline constexpr std::uint32_t kWmDeviceChange = 0x219;
+inline constexpr std::uintptr_t kDbtDeviceArrival = 0x8000;
+inline constexpr std::uintptr_t kDbtDeviceRemoveComplete = 0x8004;
+inline constexpr std::uint32_t kWmShNotify = 0x401;
+
+// A window procedure. Procedures installed with SetWindowLongA(kGwlWndProc)
+// are passed as this function pointer converted to std::intptr_t.
+using WndProc = std::intptr_t (*)(WindowHandle hWnd, std::uint32_t uMsg, std::uintptr_t wParam, std::intptr_t lParam);
 
 class WindowSystem {
 public:
@@ -41,8 +53,20 @@ public:
     virtual std::intptr_t SendMessageA(WindowHandle window, std::uint32_t message, std::uintptr_t wParam,
                                        std::intptr_t lParam) = 0;
     virtual std::intptr_t GetWindowLongA(WindowHandle window, std::int32_t index) = 0;
-    // Returns the previous value, 0 on failure.
+    // Returns the previous value, 0 on failure. With kGwlWndProc the value is
+    // a window procedure and the previous procedure is returned.
     virtual std::intptr_t SetWindowLongA(WindowHandle window, std::int32_t index, std::intptr_t value) = 0;
+    // Passes a message to a procedure that SetWindowLongA returned.
+    virtual std::intptr_t CallWindowProcA(std::intptr_t previous, WindowHandle window, std::uint32_t message,
+                                          std::uintptr_t wParam, std::intptr_t lParam) = 0;
+    virtual bool SetPropA(WindowHandle window, const std::string& name, std::intptr_t value) = 0;
+    // 0 when the window has no such property.
+    virtual std::intptr_t GetPropA(WindowHandle window, const std::string& name) = 0;
+    virtual std::intptr_t RemovePropA(WindowHandle window, const std::string& name) = 0;
+    // The default system beep.
+    virtual bool MessageBeep(std::uint32_t type) = 0;
+    // Inverts the window's active look once.
+    virtual bool FlashWindow(WindowHandle window, bool invert) = 0;
     virtual bool SetWindowPos(WindowHandle window, WindowHandle insertAfter, std::int32_t x, std::int32_t y,
                               std::int32_t cx, std::int32_t cy, std::uint32_t flags) = 0;
     // The screen minus the task bar, in twips (the system-information control's work area).

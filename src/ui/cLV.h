@@ -1,6 +1,10 @@
 #pragma once
-// cLV: helpers for the report-view list.
+// cLV: helpers for the report-view list. It holds no state; the operations
+// read the window handles of the controls they are given.
+#include <cstdint>
+
 #include "app/form_table.h"
+#include "platform/types.h"
 
 namespace app {
 struct Program;
@@ -11,12 +15,19 @@ namespace ui {
 class cLV {
 public:
     explicit cLV(app::Program& program) : program_(program) {}
-    // Gives the list's column header the flat look. The header handling is
-    // not built yet, so nothing is asked of the window and false is returned.
-    bool FlatListView(app::Ctl list, app::Ctl form);
+
+    // The window handle of the list's column header, as the list reports it.
+    platform::WindowHandle GetHeaderHandle(app::Ctl list);
+    // Toggles the header's button style (on the list's normal header this
+    // removes it, giving the flat look) and has the list redrawn in place
+    // behind its owner. A header whose style would become 0 is left as it is.
+    // Always 0.
+    std::int32_t FlatListView(app::Ctl list, app::Ctl owner);
 
 private:
-    [[maybe_unused]] app::Program& program_;
+    platform::WindowHandle handleOf(app::Ctl control) const;
+
+    app::Program& program_;
 };
 
 } // namespace ui

@@ -1,9 +1,63 @@
 #include "ui/cTray.h"
 
+#include <algorithm>
+
+#include "app/program.h"
+
 namespace ui {
 
-// The notification-area record and its deletion at release arrive with the
-// tray handling; until then releasing the object asks nothing of the shell.
-cTray::~cTray() = default;
+cTray::~cTray() { TrayIcon_Delete(); }
+
+void cTray::put(std::size_t offset, std::uint32_t value) {
+    for (std::size_t i = 0; i < 4; ++i) record_[offset + i] = static_cast<std::uint8_t>(value >> (8 * i));
+}
+
+std::uint32_t cTray::get(std::size_t offset) const {
+    std::uint32_t value = 0;
+    for (std::size_t i = 0; i < 4; ++i) value |= static_cast<std::uint32_t>(record_[offset + i]) << (8 * i);
+    return value;
+}
+
+// The text cut to 63 bytes so that the terminating null always fits, then
+// spaces up to the field's 64 bytes.
+void cTray::putTip(const std::string& text) {
+    const std::size_t n = std::min(text.size(), kTipSize - 1);
+    auto tip = record_.begin() + static_cast<std::ptrdiff_t>(kOffsetTip);
+    std::copy_n(text.begin(), n, tip);
+    tip[static_cast<std::ptrdiff_t>(n)] = 0;
+    std::fill(tip + static_cast<std::ptrdiff_t>(n) + 1, record_.end(), static_cast<std::uint8_t>(' '));
+}
+
+// The shell's answer is not looked at: a refused request changes nothing.
+void cTray::notify(std::uint32_t message) {
+    program_.sys.shell.Shell_NotifyIconA(message, std::span<const std::uint8_t, kRecordSize>(record_));
+}
+
+void cTray::TrayIcon_Set(platform::WindowHandle lhWnd, const std::string& sCaption) {
+    window_ = lhWnd;
+    put(kOffsetCbSize, kRecordSize);
+    put(kOffsetWnd, static_cast<std::uint32_t>(lhWnd));
+    put(kOffsetId, kIconId);
+    put(kOffsetFlags, kFlags);
+    put(kOffsetCallbackMessage, kCallbackMessage);
+    put(kOffsetIcon, static_cast<std::uint32_t>(picture_));
+    putTip(sCaption);
+    notify(platform::kNimAdd);
+}
+
+void cTray::TrayIcon_Modify(const std::string& sCaption, std::uint32_t& lIcon) {
+    put(kOffsetCbSize, kRecordSize);
+    put(kOffsetWnd, static_cast<std::uint32_t>(window_));
+    put(kOffsetIcon, lIcon);
+    putTip(sCaption);
+    notify(platform::kNimModify);
+}
+
+void cTray::TrayIcon_Modify(const std::string& sCaption) {
+    std::uint32_t lIcon = get(kOffsetIcon);
+    TrayIcon_Modify(sCaption, lIcon);
+}
+
+void cTray::TrayIcon_Delete() { notify(platform::kNimDelete); }
 
 } // namespace ui

@@ -1,10 +1,13 @@
 #include "kestrine-sim/scenario.h"
 
+#include <cctype>
 #include <cmath>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <stdexcept>
 
 #include "app/form_table.h"
+#include "ui/cProgressBar.h"
 
 namespace sim {
 
@@ -48,6 +51,26 @@ std::string IconName(std::uint32_t type) {
     }
 }
 
+// The usage bar as the user sees it: the share of its width painted blue, in
+// whole percent, and the text over it with its colour; or that it is empty.
+Json UsageBar(const fake::RasterSurface& bar) {
+    Json e;
+    e["event"] = "usageBar";
+    if (bar.LineCount() == 0 && bar.Printed().empty()) {
+        e["cleared"] = true;
+        return e;
+    }
+    e["used"] = std::lround(bar.RowShare(0, ui::cProgressBar::kUsedColor) * 100.0);
+    if (!bar.Printed().empty()) {
+        const auto& printed = bar.Printed().back();
+        e["text"] = printed.text;
+        e["textColor"] = printed.colour == ui::cProgressBar::kLightText  ? "white"
+                         : printed.colour == ui::cProgressBar::kDarkText ? "black"
+                                                                         : std::to_string(printed.colour);
+    }
+    return e;
+}
+
 std::string ButtonsName(std::uint32_t type) { return (type & 0xF) == platform::kMbYesNo ? "yesNo" : "ok"; }
 
 std::string AnswerName(std::int32_t answer) {
@@ -75,6 +98,52 @@ std::int32_t AnswerNumber(const Json& j) {
         if (s == "cancel") return platform::kIdCancel;
     }
     throw std::runtime_error("scenario: an answer is \"ok\", \"yes\", \"no\", \"cancel\" or a button number");
+}
+
+// A key by name ("delete", "enter", "escape", "f2", "down", "up") or by its
+// virtual-key code.
+std::int16_t KeyCode(const Json& step) {
+    if (!step.contains("key")) throw std::runtime_error("scenario: step \"key\" needs a \"key\"");
+    const Json& k = step["key"];
+    if (k.is_number_integer()) return static_cast<std::int16_t>(k.get<int>());
+    const std::string name = k.is_string() ? k.get<std::string>() : std::string{};
+    if (name == "delete") return 46;
+    if (name == "enter") return 13;
+    if (name == "escape") return 27;
+    if (name == "f2") return 113;
+    if (name == "down") return 40;
+    if (name == "up") return 38;
+    throw std::runtime_error("scenario: unknown key \"" + name + "\"");
+}
+
+constexpr std::uint32_t kShcneDriveRemoved = 0x80;
+constexpr std::uint32_t kShcneDriveAdd = 0x100;
+
+// How the shell names a drive: "STICK (E:)", or its kind for one without label.
+std::string DriveDisplayName(const fake::Drive& d) {
+    const std::string letter =
+        std::string(1, static_cast<char>(std::toupper(static_cast<unsigned char>(d.root[0])))) + ":";
+    const std::string name = !d.label.empty()                      ? d.label
+                             : d.type == platform::kDriveRemovable ? "USB Drive"
+                                                                   : "Local Disk";
+    return name + " (" + letter + ")";
+}
+
+std::string RootOf(const fake::Drive& d) {
+    return std::string(1, static_cast<char>(std::toupper(static_cast<unsigned char>(d.root[0])))) + ":\\";
+}
+
+// An event by its name ("SHCNE_CREATE") or code.
+std::uint32_t ShellEvent(const Json& step) {
+    if (!step.contains("event")) throw std::runtime_error("scenario: step \"shell\" needs an \"event\"");
+    const Json& e = step["event"];
+    if (e.is_number_integer()) return e.get<std::uint32_t>();
+    const std::string name = e.is_string() ? e.get<std::string>() : std::string{};
+    for (std::uint32_t bit = 0; bit < 32; ++bit)
+        if (app::frmMain::ShellEventName(1u << bit) == name) return 1u << bit;
+    for (std::uint32_t code : {0x0002381Fu, 0x0C0581E0u, 0x7FFFFFFFu})
+        if (app::frmMain::ShellEventName(code) == name) return code;
+    throw std::runtime_error("scenario: unknown shell event \"" + name + "\"");
 }
 
 std::string Unquote(const std::string& s) {
@@ -120,6 +189,8 @@ Scenario::Scenario(Sink sink)
             Json rows = Json::array();
             for (const auto& r : view_.Rows(change.control)) rows.push_back(r);
             e["rows"] = rows;
+        } else if (change.property == "bar" && change.control == app::Ctl::Picture1) {
+            e = UsageBar(*view_.Raster(change.control));
         } else {
             e["event"] = "control";
             e["control"] = ControlName(change.control);
@@ -127,6 +198,19 @@ Scenario::Scenario(Sink sink)
             e["value"] = change.value;
         }
         emit(Dump(e));
+        // The release notices as the user reads them, one line each.
+        Json notice;
+        if (change.control == app::Ctl::frameNotify && change.property == "visible" && change.value == "true") {
+            notice["event"] = "notice";
+            notice["kind"] = "releasing";
+            notice["text"] = view_.Text(app::Ctl::lblMessage1) + " " + view_.Text(app::Ctl::lblMessage2);
+        } else if (change.control == app::Ctl::lblUSBMessage && change.property == "caption" &&
+                   view_.Visible(app::Ctl::frmeReleased)) {
+            notice["event"] = "notice";
+            notice["kind"] = "released";
+            notice["text"] = change.value;
+        }
+        if (!notice.is_null()) emit(Dump(notice));
     });
     machine_.OnCall([this](const fake::Call& call) {
         if (!call.request) return;
@@ -139,6 +223,32 @@ Scenario::Scenario(Sink sink)
             e["icon"] = IconName(box.type);
             e["buttons"] = ButtonsName(box.type);
             e["answer"] = AnswerName(box.answer);
+        } else if (call.name == "Shell_NotifyIconA" && call.args.size() == 5) {
+            static const char* const kMessages[] = {"add", "modify", "delete"};
+            const unsigned long message = std::stoul(call.args[0]);
+            e["event"] = "tray";
+            e["message"] = message < 3 ? std::string(kMessages[message]) : call.args[0];
+            e["window"] = std::stoull(call.args[1]);
+            e["icon"] = std::stoull(call.args[3]);
+            e["tip"] = Unquote(call.args[4]);
+            e["accepted"] = call.result != "0";
+        } else if (call.name == "CreateProcessA") {
+            e["event"] = "started";
+            e["file"] = Unquote(call.args[0]);
+            e["commandLine"] = Unquote(call.args[1]);
+            e["started"] = call.result == "true";
+        } else if (call.name == "ShellExecuteA") {
+            e["event"] = "shellExecute";
+            e["verb"] = Unquote(call.args[1]);
+            e["file"] = Unquote(call.args[2]);
+            e["parameters"] = Unquote(call.args[3]);
+            e["directory"] = Unquote(call.args[4]);
+        } else if (call.name == "ChDrive" || call.name == "ChDir" || call.name == "SHChangeNotifyRegister") {
+            return; // the process's own state, nothing a user sees
+        } else if (call.name == "MessageBeep") {
+            e["event"] = "beep";
+        } else if (call.name == "SetWindowLongA" || call.name == "SetPropA" || call.name == "RemovePropA") {
+            return; // the window's own plumbing, nothing a user sees
         } else if (call.name == "WritePrivateProfileStringA") {
             return; // reported as a whole by the "settings" event
         } else if (call.name == "MoveFileExA" && call.result == "true" && form_ &&
@@ -157,6 +267,13 @@ Scenario::Scenario(Sink sink)
             e["result"] = call.result;
         }
         emit(Dump(e));
+    });
+    // An accepted eject takes the device away: the system broadcasts its
+    // removal, which reaches the window at its next yield.
+    machine_.hardware().OnEjected([this](const std::string&, const std::vector<std::string>&) {
+        machine_.At(machine_.Now(), [this] {
+            machine_.Deliver(view_.hWnd(), platform::kWmDeviceChange, platform::kDbtDeviceRemoveComplete, 0);
+        });
     });
 }
 
@@ -211,7 +328,8 @@ void Scenario::runStep(std::size_t index) {
             throw std::runtime_error("scenario: step \"" + what + "\" needs a number \"" + key + "\"");
         return step[key].get<double>();
     };
-    const bool needsForm = what != "start" && what != "advance" && what != "answer";
+    const bool needsForm =
+        what != "start" && what != "advance" && what != "answer" && what != "plug" && what != "pull" && what != "shell";
     if (needsForm && !form_) throw std::runtime_error("scenario: step \"" + what + "\" comes before \"start\"");
 
     if (what == "start") {
@@ -222,6 +340,66 @@ void Scenario::runStep(std::size_t index) {
         view_.Activate();
     } else if (what == "click") {
         view_.UserClick(control());
+    } else if (what == "select") {
+        // Rows of the drive list, by number (from 1) or by root text.
+        std::vector<int> rows;
+        if (!step.contains("rows") || !step["rows"].is_array())
+            throw std::runtime_error("scenario: step \"select\" needs \"rows\": numbers or roots");
+        for (const Json& r : step["rows"]) {
+            if (r.is_number_integer()) {
+                rows.push_back(r.get<int>());
+                continue;
+            }
+            const std::string root = r.is_string() ? r.get<std::string>() : std::string{};
+            int found = 0;
+            for (int i = 1; i <= view_.ItemCount(app::Ctl::ListView1) && found == 0; ++i)
+                if (view_.ItemText(app::Ctl::ListView1, i) == root) found = i;
+            if (found == 0) throw std::runtime_error("scenario: the drive list has no row \"" + root + "\"");
+            rows.push_back(found);
+        }
+        view_.UserSelectRows(app::Ctl::ListView1, rows);
+    } else if (what == "release") {
+        // The release command through one of its ways in.
+        const std::string via = step.value("via", std::string("button"));
+        if (via == "button") {
+            view_.UserClick(app::Ctl::cmdRemoveUSB);
+        } else if (via == "delete") {
+            view_.UserKey(app::Ctl::ListView1, 46, 0);
+        } else if (via == "enter") {
+            view_.UserKey(app::Ctl::ListView1, 13, 0);
+        } else if (via == "menu") {
+            view_.UserClick(app::Ctl::mnuRemoveUSB);
+        } else if (via == "popup") {
+            view_.UserMouseUp(app::Ctl::ListView1, app::kRightButton);
+            view_.UserClick(app::PopupEntry(0));
+        } else {
+            throw std::runtime_error("scenario: \"via\" is \"button\", \"delete\", \"enter\", \"menu\" or \"popup\"");
+        }
+    } else if (what == "dblclick") {
+        view_.UserDblClick(control());
+    } else if (what == "key") {
+        // A key pressed and released in a control (the drive list by default),
+        // with the modifiers held: "shift", "ctrl", "alt".
+        const app::Ctl target = step.contains("control") ? control() : app::Ctl::ListView1;
+        std::int16_t shift = 0;
+        for (const Json& m : step.value("modifiers", Json::array())) {
+            const std::string name = m.is_string() ? m.get<std::string>() : std::string{};
+            if (name == "shift")
+                shift |= app::kShiftMask;
+            else if (name == "ctrl")
+                shift |= app::kCtrlMask;
+            else if (name == "alt")
+                shift |= app::kAltMask;
+            else
+                throw std::runtime_error("scenario: a modifier is \"shift\", \"ctrl\" or \"alt\"");
+        }
+        view_.UserKey(target, KeyCode(step), shift);
+    } else if (what == "mouseUp") {
+        const std::string button = step.value("button", std::string("right"));
+        view_.UserMouseUp(step.contains("control") ? control() : app::Ctl::ListView1,
+                          button == "left" ? app::kLeftButton : app::kRightButton);
+    } else if (what == "leave") {
+        view_.UserLeave(control());
     } else if (what == "choose") {
         view_.UserChoose(control(), static_cast<int>(number("index")));
     } else if (what == "type") {
@@ -237,6 +415,48 @@ void Scenario::runStep(std::size_t index) {
         view_.UserRestore();
     } else if (what == "close") {
         view_.UserClose();
+    } else if (what == "plug") {
+        // A device arrives: with "drive", that drive appears first; without,
+        // the device is not a drive (a port, a phone). Then the system's
+        // broadcast, and for a drive the shell's report that it was added.
+        std::optional<fake::Drive> drive;
+        if (step.contains("drive")) {
+            drive = fake::Machine::DriveFromJson(step["drive"].dump());
+            machine_.AddDrive(*drive);
+        }
+        machine_.Deliver(view_.hWnd(), platform::kWmDeviceChange, platform::kDbtDeviceArrival, 0);
+        if (drive && step.value("shellReports", true))
+            machine_.ShellReport(kShcneDriveAdd, machine_.ShellItem(DriveDisplayName(*drive), RootOf(*drive)), 0);
+    } else if (what == "pull") {
+        // A device is removed: with "root", that drive goes first; then the
+        // broadcast and the shell's report that the drive was removed.
+        std::optional<fake::Drive> drive;
+        if (step.contains("root")) {
+            if (auto* d = machine_.FindDrive(step["root"].get<std::string>())) drive = *d;
+            machine_.RemoveDrive(step["root"].get<std::string>());
+        }
+        machine_.Deliver(view_.hWnd(), platform::kWmDeviceChange, platform::kDbtDeviceRemoveComplete, 0);
+        if (drive && step.value("shellReports", true))
+            machine_.ShellReport(kShcneDriveRemoved, machine_.ShellItem(DriveDisplayName(*drive), RootOf(*drive)), 0);
+    } else if (what == "shell") {
+        // A change report of the shell, delivered to the registered window.
+        const std::uint32_t event = ShellEvent(step);
+        auto item = [&](const char* key) -> platform::Pidl {
+            if (!step.contains(key)) return 0;
+            const Json& i = step[key];
+            return machine_.ShellItem(i.value("name", std::string{}), i.value("path", std::string{}));
+        };
+        if (step.contains("value"))
+            machine_.ShellValueReport(event, step["value"].get<std::uint32_t>(), item("item2"));
+        else
+            machine_.ShellReport(event, item("item1"), item("item2"));
+    } else if (what == "tick") {
+        view_.TimerTick(control());
+    } else if (what == "message") {
+        // Any window message, sent through the window's chain of procedures.
+        machine_.Deliver(view_.hWnd(), static_cast<std::uint32_t>(number("message")),
+                         static_cast<std::uintptr_t>(step.value("wParam", 0.0)),
+                         static_cast<std::intptr_t>(step.value("lParam", 0.0)));
     } else if (what == "advance") {
         machine_.Advance(number("seconds"));
     } else if (what == "answer") {
@@ -284,6 +504,7 @@ void Scenario::Run() {
     }
     final["ended"] = machine_.Ended();
     emit(Dump(final));
+    finished_ = true;
 }
 
 std::string Scenario::WindowText() const {

@@ -38,11 +38,20 @@ public:
 private:
     struct Impl;
     void runStep(std::size_t index);
-    void emit(const std::string& line) { sink_(line); }
+    // The window repaints before anything else is reported, so a picture
+    // painted earlier is reported first.
+    // Nothing is reported after the final state (the program's objects
+    // going away when the scenario ends are not the user's events).
+    void emit(const std::string& line) {
+        if (finished_) return;
+        view_.Repaint();
+        sink_(line);
+    }
     void start();
     double Timer();
 
     Sink sink_;
+    bool finished_ = false;
     std::function<void(std::size_t, const std::string&)> after_;
     fake::Machine machine_;
     platform::Services services_;

@@ -21,6 +21,30 @@ std::string Number(double v) {
 
 bool IsTextBox(Ctl c) { return app::Spec(c).kind == Kind::TextBox; }
 
+// A control's background as a 0x00BBGGRR colour: its own, else its container's.
+std::int32_t BackColorOf(Ctl c) {
+    for (;;) {
+        const auto& spec = app::Spec(c);
+        if (spec.backColor) return spec.backColor->r | spec.backColor->g << 8 | spec.backColor->b << 16;
+        if (c == Ctl::frmMain || spec.container == c) break;
+        c = spec.container;
+    }
+    return app::kWindowColor.r | app::kWindowColor.g << 8 | app::kWindowColor.b << 16;
+}
+
+// A control's font size, else its container's.
+double FontSizeOf(Ctl c) {
+    for (;;) {
+        const auto& spec = app::Spec(c);
+        if (spec.font.size > 0) return spec.font.size;
+        if (c == Ctl::frmMain || spec.container == c) return 8;
+        c = spec.container;
+    }
+}
+
+// The three-dimensional border of a picture box takes two pixels on every side.
+constexpr double kBorderTwips = 2.0 * app::kTwipsPerPixel;
+
 } // namespace
 
 HeadlessView::HeadlessView(platform::WindowHandle handle) : handle_(handle), states_(app::kControlCount) {
@@ -34,9 +58,43 @@ HeadlessView::HeadlessView(platform::WindowHandle handle) : handle_(handle), sta
         s.width = spec.width;
         s.height = spec.height;
     }
+    canvases_.resize(app::kControlCount);
+    for (const auto& spec : app::FormTable()) {
+        if (spec.kind != Kind::PictureBox) continue;
+        const double inset = spec.border ? 2 * kBorderTwips : 0;
+        Canvas& canvas = canvases_[static_cast<std::size_t>(spec.id)];
+        canvas.surface = std::make_unique<RasterSurface>(static_cast<float>(spec.width - inset),
+                                                         static_cast<float>(spec.height - inset), BackColorOf(spec.id),
+                                                         FontSizeOf(spec.id));
+        canvas.shownPixels = canvas.surface->Pixels();
+        canvas.surface->OnPaint([&canvas] { canvas.pending = true; });
+    }
+}
+
+void HeadlessView::Repaint() {
+    for (std::size_t i = 0; i < canvases_.size(); ++i) {
+        Canvas& canvas = canvases_[i];
+        if (!canvas.pending) continue;
+        canvas.pending = false;
+        const RasterSurface& surface = *canvas.surface;
+        if (surface.Pixels() == canvas.shownPixels && surface.Printed() == canvas.shownTexts) continue;
+        canvas.shownPixels = surface.Pixels();
+        canvas.shownTexts = surface.Printed();
+        std::string texts;
+        for (const auto& printed : surface.Printed()) {
+            if (!texts.empty()) texts += "\n";
+            texts += printed.text;
+        }
+        notifyNow(static_cast<Ctl>(i), "bar", texts);
+    }
 }
 
 void HeadlessView::notify(Ctl control, std::string property, std::string value) {
+    Repaint(); // what was painted before this change is seen before it
+    notifyNow(control, std::move(property), std::move(value));
+}
+
+void HeadlessView::notifyNow(Ctl control, std::string property, std::string value) {
     if (observer_) observer_(ViewChange{control, std::move(property), std::move(value)});
 }
 
@@ -69,6 +127,17 @@ void HeadlessView::SetText(Ctl control, const std::string& text) {
         s.dataChanged = true;
         if (s.selStart > static_cast<int>(text.size())) s.selStart = static_cast<int>(text.size());
         s.selLength = 0;
+        if (events_) events_->Change(control);
+    }
+}
+
+void HeadlessView::AppendText(Ctl control, const std::string& text) {
+    if (text.empty()) return;
+    State& s = at(control);
+    s.text += text;
+    notify(control, "appended", text);
+    if (IsTextBox(control)) {
+        s.dataChanged = true;
         if (events_) events_->Change(control);
     }
 }
@@ -273,6 +342,10 @@ void HeadlessView::PopupMenu(Ctl menu, Ctl defaultEntry) {
     notify(menu, "popup", std::string(app::Spec(defaultEntry).caption));
 }
 
+void HeadlessView::Refresh(Ctl control) {
+    if (app::Spec(control).kind == Kind::ListView) notifyRows(control);
+}
+
 std::vector<std::string> HeadlessView::Rows(Ctl list) const {
     std::vector<std::string> rows;
     for (const auto& item : at(list).items) {
@@ -339,6 +412,10 @@ void HeadlessView::UserRestore() { SetWindowState(app::kStateNormal); }
 
 void HeadlessView::Activate() {
     if (events_) events_->Activate();
+}
+
+void HeadlessView::TimerTick(Ctl timer) {
+    if (events_) events_->Tick(timer);
 }
 
 void HeadlessView::UserClose() {

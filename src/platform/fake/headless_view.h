@@ -4,22 +4,26 @@
 // unchanged in tests and in kestrine-sim. It also plays the user: clicks, keys,
 // typing, choices and close requests go to the logic through ViewEvents.
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "app/view.h"
+#include "platform/fake/raster_surface.h"
 
 namespace fake {
 
 struct ViewChange {
     app::Ctl control;
-    std::string property; // "caption", "text", "enabled", "visible", "left", "rows", "listIndex", "popup", ...
+    std::string property; // "caption", "text", "enabled", "visible", "left", "rows", "listIndex", "popup", "bar", ...
     std::string value;
 };
 
 class HeadlessView : public app::View {
 public:
     explicit HeadlessView(platform::WindowHandle handle = 0x10010);
+    HeadlessView(const HeadlessView&) = delete;
+    HeadlessView& operator=(const HeadlessView&) = delete;
 
     // Observers see every change of a control's state, in order.
     void OnChange(std::function<void(const ViewChange&)> observer) { observer_ = std::move(observer); }
@@ -38,6 +42,7 @@ public:
     void UserRestore();
     void Activate();
     void UserClose();
+    void TimerTick(app::Ctl timer);
 
     // The last pop-up menu opened, for tests.
     app::Ctl LastPopup() const { return lastPopup_; }
@@ -93,6 +98,8 @@ public:
     std::int32_t ItemData(app::Ctl list, int index) const override;
     bool SetItemData(app::Ctl list, int index, std::int32_t data) override;
 
+    void AppendText(app::Ctl control, const std::string& text) override;
+    int TextLength(app::Ctl control) const override { return static_cast<int>(at(control).text.size()); }
     bool DataChanged(app::Ctl control) const override { return at(control).dataChanged; }
     void SetDataChanged(app::Ctl control, bool changed) override { at(control).dataChanged = changed; }
     int SelStart(app::Ctl control) const override { return at(control).selStart; }
@@ -101,9 +108,24 @@ public:
     void SetSelLength(app::Ctl control, int length) override;
     void SetFocus(app::Ctl control) override;
     void PopupMenu(app::Ctl menu, app::Ctl defaultEntry) override;
+    void Refresh(app::Ctl control) override;
 
     // One line per row of a report-view list: text and sub-items joined by " | ".
     std::vector<std::string> Rows(app::Ctl list) const;
+
+    // Picture boxes: their rasters (nullptr for other controls), and the
+    // window's repaint. Painting goes to a box's image at once; observers hear
+    // of it when the window next repaints, which happens before any other
+    // change is reported and whenever Repaint is called. A picture that looks
+    // as it did at the last repaint is not reported again; one that changed is
+    // reported once as property "bar" with the texts printed on it (one per
+    // line; empty when none).
+    RasterSurface* Raster(app::Ctl control) { return canvases_[static_cast<std::size_t>(control)].surface.get(); }
+    const RasterSurface* Raster(app::Ctl control) const {
+        return canvases_[static_cast<std::size_t>(control)].surface.get();
+    }
+    app::Surface* Picture(app::Ctl control) override { return Raster(control); }
+    void Repaint();
 
 private:
     struct Item {
@@ -130,14 +152,23 @@ private:
         int selStart = 0, selLength = 0;
     };
 
+    struct Canvas {
+        std::unique_ptr<RasterSurface> surface;
+        bool pending = false;
+        std::vector<std::int32_t> shownPixels;
+        std::vector<PrintedText> shownTexts;
+    };
+
     State& at(app::Ctl control) { return states_[static_cast<std::size_t>(control)]; }
     const State& at(app::Ctl control) const { return states_[static_cast<std::size_t>(control)]; }
     void notify(app::Ctl control, std::string property, std::string value);
+    void notifyNow(app::Ctl control, std::string property, std::string value);
     void notifyRows(app::Ctl list);
     bool validItem(app::Ctl list, int item) const { return item >= 1 && item <= ItemCount(list); }
 
     platform::WindowHandle handle_;
     std::vector<State> states_;
+    std::vector<Canvas> canvases_;
     app::ViewEvents* events_ = nullptr;
     std::function<void(const ViewChange&)> observer_;
     int windowState_ = app::kStateNormal;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
@@ -188,6 +189,30 @@ void Machine::ExitProcess(std::uint32_t code) {
     record("ExitProcess", {std::to_string(code)}, "", true);
     ended_ = true;
     exitCode_ = code;
+}
+
+bool Machine::ChDrive(const std::string& drive) {
+    const Drive* d = driveOf(drive.size() == 1 ? drive + ":" : drive);
+    const bool ok = d != nullptr && d->ready;
+    if (ok && Upper(currentDir_[0]) != Upper(drive[0])) currentDir_ = std::string(1, Upper(drive[0])) + ":\\";
+    record("ChDrive", {Quote(drive)}, ok ? "true" : "false", true);
+    return ok;
+}
+
+bool Machine::ChDir(const std::string& path) {
+    const std::string key = Key(path);
+    const Drive* d = driveOf(path);
+    const bool ok = d != nullptr && d->ready && folderExists(key);
+    if (ok) currentDir_ = path;
+    record("ChDir", {Quote(path)}, ok ? "true" : "false", true);
+    return ok;
+}
+
+bool Machine::CreateProcessA(const std::string& applicationName, const std::string& commandLine) {
+    const bool ok = FileContent(applicationName).has_value() && driveOf(applicationName) != nullptr &&
+                    driveOf(applicationName)->ready;
+    record("CreateProcessA", {Quote(applicationName), Quote(commandLine)}, ok ? "true" : "false", true);
+    return ok;
 }
 
 // --- Volumes ---
@@ -514,6 +539,12 @@ std::intptr_t Machine::SetWindowLongA(platform::WindowHandle window, std::int32_
     if (index == platform::kGwlStyle && window != 0) {
         previous = WindowStyle(window);
         styles_[window] = value;
+    } else if (index == platform::kGwlWndProc && window != 0 && value != 0) {
+        previous = CurrentProcedure(window);
+        procedures_[window] = value;
+        record("SetWindowLongA", {std::to_string(window), "GWL_WNDPROC", value == kOwnProcedure ? "own" : "procedure"},
+               previous == kOwnProcedure ? "own" : "procedure", true);
+        return previous;
     }
     record("SetWindowLongA", {std::to_string(window), std::to_string(index), std::to_string(value)},
            std::to_string(previous), true);
@@ -531,6 +562,59 @@ bool Machine::SetWindowPos(platform::WindowHandle window, platform::WindowHandle
             std::to_string(flags)},
            ok ? "true" : "false", true);
     return ok;
+}
+
+std::intptr_t Machine::CurrentProcedure(platform::WindowHandle window) const {
+    auto it = procedures_.find(window);
+    return it == procedures_.end() ? kOwnProcedure : it->second;
+}
+
+std::intptr_t Machine::CallWindowProcA(std::intptr_t previous, platform::WindowHandle window, std::uint32_t message,
+                                       std::uintptr_t wParam, std::intptr_t lParam) {
+    if (previous == kOwnProcedure) {
+        ownMessages_.push_back(Delivered{message, wParam});
+        return 0;
+    }
+    if (previous == 0) return 0;
+    return reinterpret_cast<platform::WndProc>(previous)(window, message, wParam, lParam);
+}
+
+std::intptr_t Machine::Deliver(platform::WindowHandle window, std::uint32_t message, std::uintptr_t wParam,
+                               std::intptr_t lParam) {
+    return CallWindowProcA(CurrentProcedure(window), window, message, wParam, lParam);
+}
+
+bool Machine::SetPropA(platform::WindowHandle window, const std::string& name, std::intptr_t value) {
+    const bool ok = window != 0;
+    if (ok) props_[{window, name}] = value;
+    record("SetPropA", {std::to_string(window), Quote(name)}, ok ? "true" : "false", false);
+    return ok;
+}
+
+std::intptr_t Machine::GetPropA(platform::WindowHandle window, const std::string& name) {
+    auto it = props_.find({window, name});
+    return it == props_.end() ? 0 : it->second;
+}
+
+std::intptr_t Machine::RemovePropA(platform::WindowHandle window, const std::string& name) {
+    std::intptr_t value = 0;
+    if (auto it = props_.find({window, name}); it != props_.end()) {
+        value = it->second;
+        props_.erase(it);
+    }
+    record("RemovePropA", {std::to_string(window), Quote(name)}, value != 0 ? "found" : "none", false);
+    return value;
+}
+
+bool Machine::MessageBeep(std::uint32_t type) {
+    ++beeps_;
+    record("MessageBeep", {std::to_string(type)}, "true", true);
+    return true;
+}
+
+bool Machine::FlashWindow(platform::WindowHandle window, bool invert) {
+    record("FlashWindow", {std::to_string(window), invert ? "true" : "false"}, "true", true);
+    return true;
 }
 
 platform::TwipsRect Machine::WorkArea() {
@@ -589,6 +673,98 @@ std::int32_t Machine::Shell_NotifyIconA(std::uint32_t message, std::span<const s
            {std::to_string(message), std::to_string(window), std::to_string(id), std::to_string(icon), Quote(tip)},
            ok ? "1" : "0", true);
     return ok ? 1 : 0;
+}
+
+// --- the shell's change reports ---
+
+std::uintptr_t Machine::Place(std::vector<std::uint8_t> bytes) {
+    const std::uintptr_t address = nextAddress_;
+    nextAddress_ += (bytes.size() + 16 + 15) & ~std::uintptr_t{15};
+    memory_.emplace(address, std::move(bytes));
+    return address;
+}
+
+bool Machine::CopyMemory(std::span<std::uint8_t> destination, std::uintptr_t source) {
+    auto it = memory_.upper_bound(source);
+    if (it == memory_.begin()) return false;
+    --it;
+    const std::size_t offset = source - it->first;
+    if (offset + destination.size() > it->second.size()) return false;
+    std::memcpy(destination.data(), it->second.data() + offset, destination.size());
+    return true;
+}
+
+platform::Pidl Machine::ShellItem(const std::string& displayName, const std::string& path) {
+    const platform::Pidl pidl = Place(std::vector<std::uint8_t>(8, 0));
+    shellItems_[pidl] = ShellEntry{displayName, path};
+    return pidl;
+}
+
+std::int32_t Machine::SHGetSpecialFolderLocation(platform::WindowHandle owner, std::int32_t folder,
+                                                 platform::Pidl& pidl) {
+    std::int32_t result = -1;
+    if (folder == platform::kCsidlDesktop) {
+        if (desktop_ == 0) desktop_ = ShellItem("Desktop", "");
+        pidl = desktop_;
+        result = 0;
+    }
+    record("SHGetSpecialFolderLocation", {std::to_string(owner), std::to_string(folder)}, std::to_string(result),
+           false);
+    return result;
+}
+
+std::uint32_t Machine::SHChangeNotifyRegister(platform::WindowHandle window, std::int32_t sources, std::int32_t events,
+                                              std::uint32_t message, platform::Pidl root, bool recursive) {
+    std::uint32_t id = 0;
+    if (window != 0 && root != 0 && root == desktop_) {
+        shellWindows_.emplace_back(window, message);
+        id = static_cast<std::uint32_t>(shellWindows_.size());
+    }
+    char hex[16];
+    std::snprintf(hex, sizeof hex, "0x%X", static_cast<unsigned>(sources));
+    char ev[16];
+    std::snprintf(ev, sizeof ev, "0x%X", static_cast<unsigned>(events));
+    record("SHChangeNotifyRegister",
+           {std::to_string(window), hex, ev, std::to_string(message), root == desktop_ ? "desktop" : "other",
+            recursive ? "recursive" : "flat"},
+           std::to_string(id), true);
+    return id;
+}
+
+std::uintptr_t Machine::SHGetFileInfoA(platform::Pidl pidl, std::uint32_t, std::span<std::uint8_t, 352> info,
+                                       std::uint32_t flags) {
+    auto it = shellItems_.find(pidl);
+    if (it == shellItems_.end() || it->second.displayName.empty() || (flags & platform::kShgfiPidl) == 0) return 0;
+    std::fill(info.begin(), info.end(), std::uint8_t{0});
+    const std::string& name = it->second.displayName;
+    std::memcpy(info.data() + 12, name.data(), std::min<std::size_t>(name.size(), 259));
+    return 1;
+}
+
+bool Machine::SHGetPathFromIDListA(platform::Pidl pidl, std::span<char, 260> path) {
+    auto it = shellItems_.find(pidl);
+    if (it == shellItems_.end() || it->second.path.empty()) return false;
+    CopyCut(path, it->second.path);
+    return true;
+}
+
+bool Machine::ShellReport(std::uint32_t event, platform::Pidl item1, platform::Pidl item2) {
+    if (shellWindows_.empty()) return false;
+    std::vector<std::uint8_t> record(2 * sizeof(std::uintptr_t));
+    std::memcpy(record.data(), &item1, sizeof item1);
+    std::memcpy(record.data() + sizeof item1, &item2, sizeof item2);
+    const std::uintptr_t items = Place(std::move(record));
+    const auto windows = shellWindows_;
+    for (const auto& [window, message] : windows)
+        Deliver(window, message, items, static_cast<std::intptr_t>(static_cast<std::int32_t>(event)));
+    return true;
+}
+
+bool Machine::ShellValueReport(std::uint32_t event, std::uint32_t value, platform::Pidl item2) {
+    std::vector<std::uint8_t> small(6, 0);
+    small[0] = 6;
+    std::memcpy(small.data() + 2, &value, sizeof value);
+    return ShellReport(event, Place(std::move(small)), item2);
 }
 
 // --- FileSystemObject ---

@@ -13,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/fake/handles.h"
+#include "platform/fake/hardware.h"
 #include "platform/services.h"
 
 namespace fake {
@@ -28,6 +30,13 @@ struct Drive {
     bool readOnly = false; // writes and label changes fail, as on a full or protected medium
     std::uint32_t serial = 0;
     std::string shareName = {}; // network drives: "\\server\share"
+    // What the volume's storage driver reports: the bus type (7 USB; none: the
+    // query fails) and the device number (none: the query fails); the DOS
+    // device name behind the letter (empty: "\Device\HarddiskVolumeN").
+    std::optional<std::uint32_t> bus = {};
+    std::optional<std::uint32_t> deviceNumber = {};
+    std::string dosDevice = {};
+    bool openable = true; // the volume can be opened
 };
 
 struct Call {
@@ -63,8 +72,16 @@ public:
     // Builds a machine from its JSON description (see docs/kestrine-sim.md).
     // Throws std::runtime_error with a clear message on a malformed description.
     static void LoadJson(Machine& machine, std::string_view text);
+    // One drive as the description writes it (an object of "drives").
+    static Drive DriveFromJson(std::string_view text);
 
-    platform::Services services() { return {*this, *this, *this, *this, *this, *this}; }
+    platform::Services services() {
+        return {*this, *this, *this, *this, *this, *this, storage_, hardware_, hardware_, handles_};
+    }
+    // Storage drivers, device tree and management service.
+    Hardware& hardware() { return hardware_; }
+    // The handle table of every process, the program's own among them.
+    NativeHandles& handles() { return handles_; }
 
     // --- describing the machine ---
     void AddDrive(Drive drive);
@@ -115,6 +132,37 @@ public:
     static platform::WindowHandle HeaderOf(platform::WindowHandle listView) { return listView + 0x1F00; }
     static constexpr std::intptr_t kDefaultHeaderStyle = 0x50000000 | platform::kHdsButtons;
 
+    // --- window procedures ---
+    // Sends a message through the window's chain of procedures, as the system
+    // does with a broadcast; the window's own procedure records what reaches it.
+    std::intptr_t Deliver(platform::WindowHandle window, std::uint32_t message, std::uintptr_t wParam,
+                          std::intptr_t lParam);
+    // The messages that reached the window's own procedure, in order.
+    struct Delivered {
+        std::uint32_t message;
+        std::uintptr_t wParam;
+    };
+    const std::vector<Delivered>& OwnProcedureMessages() const { return ownMessages_; }
+    // The value standing for a window's own procedure.
+    static constexpr std::intptr_t kOwnProcedure = 0x0BA5E;
+    std::intptr_t CurrentProcedure(platform::WindowHandle window) const;
+    int Beeps() const { return beeps_; }
+
+    // --- the shell's change reports ---
+    // An item the shell can name; an empty name makes an item the shell
+    // cannot describe, an empty path one without a file-system path.
+    platform::Pidl ShellItem(const std::string& displayName, const std::string& path);
+    // Delivers a report to every window registered for reports: wParam points
+    // at the two items, lParam is the event code. For the image-index,
+    // free-space and extended events, value goes into the small record the
+    // first item points at. False when no window is registered.
+    bool ShellReport(std::uint32_t event, platform::Pidl item1, platform::Pidl item2);
+    bool ShellValueReport(std::uint32_t event, std::uint32_t value, platform::Pidl item2 = 0);
+    bool ShellRegistered() const { return !shellWindows_.empty(); }
+    // Places bytes at a fresh address of the simulated memory.
+    std::uintptr_t Place(std::vector<std::uint8_t> bytes);
+    void SetCurDir(std::string folder) { currentDir_ = std::move(folder); }
+
     // --- the notification area ---
     // Icons the shell shows, by window handle and id.
     std::size_t TrayIcons() const { return trayIcons_.size(); }
@@ -131,6 +179,10 @@ public:
     std::string CommandLine() override { return commandLine_; }
     void ExitProcess(std::uint32_t code) override;
     char DecimalSeparator() override { return decimalSeparator_; }
+    std::string CurDir() override { return currentDir_; }
+    bool ChDrive(const std::string& drive) override;
+    bool ChDir(const std::string& path) override;
+    bool CreateProcessA(const std::string& applicationName, const std::string& commandLine) override;
 
     // Volumes
     std::uint32_t GetLogicalDriveStringsA(std::span<char> buffer) override;
@@ -171,6 +223,13 @@ public:
     std::intptr_t SetWindowLongA(platform::WindowHandle window, std::int32_t index, std::intptr_t value) override;
     bool SetWindowPos(platform::WindowHandle window, platform::WindowHandle insertAfter, std::int32_t x, std::int32_t y,
                       std::int32_t cx, std::int32_t cy, std::uint32_t flags) override;
+    std::intptr_t CallWindowProcA(std::intptr_t previous, platform::WindowHandle window, std::uint32_t message,
+                                  std::uintptr_t wParam, std::intptr_t lParam) override;
+    bool SetPropA(platform::WindowHandle window, const std::string& name, std::intptr_t value) override;
+    std::intptr_t GetPropA(platform::WindowHandle window, const std::string& name) override;
+    std::intptr_t RemovePropA(platform::WindowHandle window, const std::string& name) override;
+    bool MessageBeep(std::uint32_t type) override;
+    bool FlashWindow(platform::WindowHandle window, bool invert) override;
     platform::TwipsRect WorkArea() override;
     std::uintptr_t LoadPicture(const std::string& file) override;
 
@@ -179,6 +238,14 @@ public:
                                 const std::string& parameters, const std::string& directory,
                                 std::int32_t showCommand) override;
     std::int32_t Shell_NotifyIconA(std::uint32_t message, std::span<const std::uint8_t, 88> data) override;
+    std::int32_t SHGetSpecialFolderLocation(platform::WindowHandle owner, std::int32_t folder,
+                                            platform::Pidl& pidl) override;
+    std::uint32_t SHChangeNotifyRegister(platform::WindowHandle window, std::int32_t sources, std::int32_t events,
+                                         std::uint32_t message, platform::Pidl root, bool recursive) override;
+    std::uintptr_t SHGetFileInfoA(platform::Pidl pidl, std::uint32_t attributes, std::span<std::uint8_t, 352> info,
+                                  std::uint32_t flags) override;
+    bool SHGetPathFromIDListA(platform::Pidl pidl, std::span<char, 260> path) override;
+    bool CopyMemory(std::span<std::uint8_t> destination, std::uintptr_t source) override;
 
     // FileSystemObject
     std::optional<platform::ScriptingDrive> GetDrive(const std::string& root) override;
@@ -224,12 +291,29 @@ private:
     std::function<void(const Call&)> observer_;
     platform::TwipsRect workArea_{0, 0, 1920 * 15, 1040 * 15};
     std::map<platform::WindowHandle, std::intptr_t> styles_;
+    std::map<platform::WindowHandle, std::intptr_t> procedures_;
+    std::map<std::pair<platform::WindowHandle, std::string>, std::intptr_t> props_;
+    std::vector<Delivered> ownMessages_;
+    int beeps_ = 0;
+    std::map<std::uintptr_t, std::vector<std::uint8_t>> memory_;
+    std::uintptr_t nextAddress_ = 0x100000;
+    struct ShellEntry {
+        std::string displayName;
+        std::string path;
+    };
+    std::map<platform::Pidl, ShellEntry> shellItems_;
+    std::vector<std::pair<platform::WindowHandle, std::uint32_t>> shellWindows_; // window, message
+    platform::Pidl desktop_ = 0;
+    std::string currentDir_ = "C:\\";
     std::map<platform::WindowHandle, bool> topmost_;
     std::map<std::pair<std::uint32_t, std::uint32_t>, std::uint32_t> trayIcons_; // (hWnd, uID) -> hIcon
     std::uintptr_t nextPicture_ = 0x7000;
     bool ended_ = false;
     std::uint32_t exitCode_ = 0;
     std::int64_t yields_ = 0;
+    Hardware hardware_{*this};
+    NativeHandles handles_{*this};
+    StorageWithNul storage_{*this, hardware_, handles_}; // the hardware's storage, "NUL" opening into handles_
 };
 
 } // namespace fake

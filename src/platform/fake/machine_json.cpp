@@ -30,7 +30,34 @@ bool Flag(const json& j, const char* key, bool fallback) {
     return j[key].get<bool>();
 }
 
+Drive ParseDrive(const json& d) {
+    if (!d.is_object()) Fail("a drive must be an object");
+    Drive drive;
+    drive.root = Str(d, "root");
+    if (drive.root.size() < 2 || drive.root[1] != ':') Fail("a drive's \"root\" must look like \"E:\\\"");
+    drive.type = Num<std::uint32_t>(d, "type", platform::kDriveFixed);
+    drive.label = Str(d, "label");
+    drive.fileSystem = Str(d, "fileSystem", "NTFS");
+    drive.totalBytes = Num<std::uint64_t>(d, "totalBytes", 0);
+    drive.freeBytes = Num<std::uint64_t>(d, "freeBytes", 0);
+    drive.ready = Flag(d, "ready", true);
+    drive.readOnly = Flag(d, "readOnly", false);
+    drive.serial = Num<std::uint32_t>(d, "serial", 0);
+    drive.shareName = Str(d, "shareName");
+    return drive;
+}
+
 } // namespace
+
+Drive Machine::DriveFromJson(std::string_view text) {
+    json d;
+    try {
+        d = json::parse(text);
+    } catch (const json::parse_error& e) {
+        Fail(std::string("not valid JSON: ") + e.what());
+    }
+    return ParseDrive(d);
+}
 
 void Machine::LoadJson(Machine& m, std::string_view text) {
     json doc;
@@ -65,18 +92,7 @@ void Machine::LoadJson(Machine& m, std::string_view text) {
     if (doc.contains("drives")) {
         if (!doc["drives"].is_array()) Fail("\"drives\" must be an array");
         for (const json& d : doc["drives"]) {
-            Drive drive;
-            drive.root = Str(d, "root");
-            if (drive.root.size() < 2 || drive.root[1] != ':') Fail("a drive's \"root\" must look like \"E:\\\"");
-            drive.type = Num<std::uint32_t>(d, "type", platform::kDriveFixed);
-            drive.label = Str(d, "label");
-            drive.fileSystem = Str(d, "fileSystem", "NTFS");
-            drive.totalBytes = Num<std::uint64_t>(d, "totalBytes", 0);
-            drive.freeBytes = Num<std::uint64_t>(d, "freeBytes", 0);
-            drive.ready = Flag(d, "ready", true);
-            drive.readOnly = Flag(d, "readOnly", false);
-            drive.serial = Num<std::uint32_t>(d, "serial", 0);
-            drive.shareName = Str(d, "shareName");
+            Drive drive = ParseDrive(d);
             m.AddDrive(std::move(drive));
         }
     }
@@ -102,6 +118,8 @@ void Machine::LoadJson(Machine& m, std::string_view text) {
             m.QueueAnswer(a.get<std::int32_t>());
         }
     }
+    LoadHardware(m, doc);
+    if (doc.contains("handles")) m.handles().LoadJson(doc["handles"]);
 }
 
 } // namespace fake
