@@ -1,0 +1,119 @@
+// The running program: instance guard, hidden application window, folder,
+// command line, end of the process and the user's decimal separator.
+#include "platform/win32/raii.h"
+
+#include "platform/win32/backend.h"
+
+namespace win32 {
+
+namespace {
+constexpr const char* kHiddenClass = "ThunderRT6Main";
+constexpr const char* kInstanceMutex = "Local\\Kestrine.Instance";
+
+// The hidden window has nothing to do but exist; the system's default
+// procedure answers everything.
+ATOM RegisterHiddenClass(HINSTANCE instance) {
+    static ATOM atom = 0;
+    if (atom != 0) return atom;
+    WNDCLASSA wc{};
+    wc.lpfnWndProc = ::DefWindowProcA;
+    wc.hInstance = instance;
+    wc.lpszClassName = kHiddenClass;
+    atom = ::RegisterClassA(&wc);
+    return atom;
+}
+} // namespace
+
+Application::Application() {
+    // The mutex lives as long as the process; the system closes it at the end.
+    HANDLE mutex = ::CreateMutexA(nullptr, FALSE, kInstanceMutex);
+    otherRunning_ = mutex != nullptr && ::GetLastError() == ERROR_ALREADY_EXISTS;
+    mutex_ = reinterpret_cast<std::uintptr_t>(mutex);
+
+    HINSTANCE instance = ::GetModuleHandleA(nullptr);
+    RegisterHiddenClass(instance);
+    HWND hidden = ::CreateWindowExA(WS_EX_TOOLWINDOW, kHiddenClass, title_.c_str(), WS_POPUP, 0, 0, 0, 0, nullptr,
+                                    nullptr, instance, nullptr);
+    hidden_ = FromHwnd(hidden);
+}
+
+Application::~Application() {
+    if (hidden_ != 0) ::DestroyWindow(ToHwnd(hidden_));
+    if (mutex_ != 0) ::CloseHandle(reinterpret_cast<HANDLE>(mutex_));
+}
+
+bool Application::PrevInstance() { return otherRunning_; }
+
+void Application::SetTitle(const std::string& title) {
+    title_ = title;
+    if (hidden_ != 0) ::SetWindowTextA(ToHwnd(hidden_), title_.c_str());
+}
+
+std::string Application::Path() {
+    char buffer[MAX_PATH + 1]{};
+    const DWORD n = ::GetModuleFileNameA(nullptr, buffer, MAX_PATH);
+    std::string path(buffer, n);
+    const auto slash = path.find_last_of("\\/");
+    if (slash == std::string::npos) return {};
+    path.resize(slash);
+    if (path.size() == 2 && path[1] == ':') path += '\\'; // a drive root keeps its backslash
+    return path;
+}
+
+// The command line less the program name (quoted or not) and the blanks after it.
+std::string Application::CommandLine() {
+    const char* p = ::GetCommandLineA();
+    if (p == nullptr) return {};
+    if (*p == '"') {
+        ++p;
+        while (*p != '\0' && *p != '"') ++p;
+        if (*p == '"') ++p;
+    } else {
+        while (*p != '\0' && *p != ' ' && *p != '\t') ++p;
+    }
+    while (*p == ' ' || *p == '\t') ++p;
+    return p;
+}
+
+void Application::ExitProcess(std::uint32_t code) { ::ExitProcess(code); }
+
+char Application::DecimalSeparator() {
+    char buffer[8]{};
+    if (::GetLocaleInfoA(LOCALE_USER_DEFAULT, LOCALE_SDECIMAL, buffer, sizeof buffer) > 1) return buffer[0];
+    return '.';
+}
+
+std::string Application::CurDir() {
+    char buffer[MAX_PATH + 1]{};
+    const DWORD n = ::GetCurrentDirectoryA(sizeof buffer, buffer);
+    return n > 0 && n < sizeof buffer ? std::string(buffer, n) : std::string{};
+}
+
+// Changing the drive goes to the folder the process last used on it (the
+// system keeps one per drive), or its root.
+bool Application::ChDrive(const std::string& drive) {
+    if (drive.empty()) return false;
+    const std::string name = std::string(1, drive[0]) + ":";
+    char folder[MAX_PATH + 1]{};
+    const DWORD n = ::GetFullPathNameA(name.c_str(), sizeof folder, folder, nullptr);
+    if (n == 0 || n >= sizeof folder) return false;
+    return ::SetCurrentDirectoryA(folder) != FALSE;
+}
+
+bool Application::ChDir(const std::string& path) { return ::SetCurrentDirectoryA(path.c_str()) != FALSE; }
+
+bool Application::CreateProcessA(const std::string& applicationName, const std::string& commandLine) {
+    STARTUPINFOA startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESHOWWINDOW;
+    startup.wShowWindow = SW_SHOWNORMAL;
+    PROCESS_INFORMATION started{};
+    std::string line = commandLine; // the system may write into the command line
+    const BOOL ok = ::CreateProcessA(applicationName.c_str(), line.empty() ? nullptr : line.data(), nullptr, nullptr,
+                                     FALSE, 0, nullptr, nullptr, &startup, &started);
+    if (!ok) return false;
+    UniqueHandle process(started.hProcess), thread(started.hThread);
+    return true;
+}
+
+} // namespace win32
