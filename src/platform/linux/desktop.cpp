@@ -1,0 +1,508 @@
+#include "platform/linux/desktop.h"
+
+#include <chrono>
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <thread>
+
+#include <fcntl.h>
+#include <langinfo.h>
+#include <locale.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace linuxbk {
+
+namespace {
+
+sockaddr_un Address(const std::string& name, socklen_t& length) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::size_t n = std::min(name.size(), sizeof(address.sun_path) - 1);
+    std::memcpy(address.sun_path, name.data(), n); // name[0] is NUL: an abstract name
+    length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + n);
+    return address;
+}
+
+UniqueFd Connect(const std::string& name) {
+    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fd) return fd;
+    socklen_t length = 0;
+    const sockaddr_un address = Address(name, length);
+    if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), length) != 0) return UniqueFd();
+    return fd;
+}
+
+constexpr const char* kRecycleBin = "::{645FF040-5081-101B-9F08-00AA002F954E}";
+
+} // namespace
+
+// --- the previous-instance channel ---
+
+std::string InstanceChannel::Name(const std::string& className, const std::string& title) {
+    return std::string(1, '\0') + "kestrine." + std::to_string(::getuid()) + "." + className + "." + title;
+}
+
+bool InstanceChannel::Claim(const std::string& className, const std::string& title) {
+    if (listener_ && className == className_ && title == title_) return true;
+    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!fd) return true; // without sockets every instance counts as the first
+    socklen_t length = 0;
+    const sockaddr_un address = Address(Name(className, title), length);
+    if (::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), length) != 0) return errno != EADDRINUSE;
+    if (::listen(fd.get(), 8) != 0) return true;
+    listener_ = std::move(fd);
+    className_ = className;
+    title_ = title;
+    return true;
+}
+
+bool InstanceChannel::Reachable(const std::string& className, const std::string& title) {
+    return static_cast<bool>(Connect(Name(className, title)));
+}
+
+bool InstanceChannel::Send(const std::string& className, const std::string& title, const std::string& request) {
+    UniqueFd fd = Connect(Name(className, title));
+    if (!fd) return false;
+    const std::string line = request + "\n";
+    return ::send(fd.get(), line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size());
+}
+
+std::vector<std::string> InstanceChannel::Requests() {
+    std::vector<std::string> out;
+    if (!listener_) return out;
+    for (;;) {
+        UniqueFd client(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (!client) break;
+        pollfd p{client.get(), POLLIN, 0};
+        ::poll(&p, 1, 200); // the sender writes its line right after connecting
+        char buffer[256];
+        const ssize_t got = ::recv(client.get(), buffer, sizeof buffer, MSG_DONTWAIT);
+        if (got <= 0) continue;
+        std::string text(buffer, static_cast<std::size_t>(got));
+        std::size_t at = 0;
+        while (at < text.size()) {
+            const auto nl = text.find('\n', at);
+            const std::string line = Trim(text.substr(at, nl == std::string::npos ? std::string::npos : nl - at));
+            if (!line.empty()) out.push_back(line);
+            if (nl == std::string::npos) break;
+            at = nl + 1;
+        }
+    }
+    return out;
+}
+
+// --- starting programs ---
+
+bool Spawn(const std::vector<std::string>& arguments) {
+    if (arguments.empty()) return false;
+    std::vector<char*> argv;
+    for (const auto& a : arguments) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    pid_t pid = 0;
+    const int r = arguments[0].find('/') != std::string::npos
+                      ? ::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ)
+                      : ::posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (r != 0) return false;
+    // The child is waited for in the background, so it leaves no zombie.
+    std::thread([pid] {
+        int status = 0;
+        ::waitpid(pid, &status, 0);
+    }).detach();
+    return true;
+}
+
+std::string FindProgram(const std::vector<std::string>& names) {
+    const char* path = std::getenv("PATH");
+    const std::string dirs = path != nullptr ? path : "/usr/local/bin:/usr/bin:/bin";
+    for (const auto& name : names) {
+        std::size_t at = 0;
+        while (at <= dirs.size()) {
+            const auto colon = dirs.find(':', at);
+            const std::string dir = dirs.substr(at, colon == std::string::npos ? std::string::npos : colon - at);
+            const std::string candidate = (dir.empty() ? "." : dir) + "/" + name;
+            if (::access(candidate.c_str(), X_OK) == 0) return candidate;
+            if (colon == std::string::npos) break;
+            at = colon + 1;
+        }
+    }
+    return {};
+}
+
+// --- the application ---
+
+LinuxApplication::LinuxApplication(LetterMap& map, InstanceChannel& channel, std::string commandLine, std::string title)
+    : map_(map), channel_(channel), commandLine_(std::move(commandLine)), title_(std::move(title)) {}
+
+bool LinuxApplication::PrevInstance() { return !channel_.Claim("ThunderRT6Main", title_); }
+
+std::string LinuxApplication::Path() {
+    std::string exe = ReadLink("/proc/self/exe");
+    const auto slash = exe.rfind('/');
+    exe = slash == std::string::npos || slash == 0 ? std::string("/") : exe.substr(0, slash);
+    return map_.ToWindows(exe).value_or("C:\\");
+}
+
+void LinuxApplication::ExitProcess(std::uint32_t code) { std::exit(static_cast<int>(code)); }
+
+char LinuxApplication::DecimalSeparator() {
+    char separator = '.';
+    if (locale_t l = ::newlocale(LC_NUMERIC_MASK, "", static_cast<locale_t>(nullptr))) {
+        const char* radix = ::nl_langinfo_l(RADIXCHAR, l);
+        if (radix != nullptr && radix[0] != '\0' && radix[1] == '\0') separator = radix[0];
+        ::freelocale(l);
+    }
+    return separator;
+}
+
+std::string LinuxApplication::CurDir() {
+    char buffer[4096];
+    if (::getcwd(buffer, sizeof buffer) == nullptr) return "C:\\";
+    return map_.ToWindows(buffer).value_or("C:\\");
+}
+
+bool LinuxApplication::ChDrive(const std::string& drive) {
+    if (drive.empty()) return false;
+    const DriveRecord* d = map_.Find(drive[0]);
+    if (d == nullptr || !d->Ready()) return false;
+    const std::string current = CurDir();
+    if (!current.empty() && Upper(current.substr(0, 1)) == Upper(drive.substr(0, 1))) return true;
+    return ::chdir(d->mountPoint.c_str()) == 0;
+}
+
+bool LinuxApplication::ChDir(const std::string& path) {
+    const auto native = map_.ToNative(path);
+    return native && ::chdir(native->c_str()) == 0;
+}
+
+std::vector<std::string> LinuxApplication::Arguments(const std::string& nativeProgram,
+                                                     const std::string& applicationName,
+                                                     const std::string& commandLine) {
+    std::vector<std::string> args{nativeProgram};
+    std::string rest;
+    if (commandLine.starts_with(applicationName))
+        rest = commandLine.substr(applicationName.size());
+    else if (commandLine.starts_with("\"" + applicationName + "\""))
+        rest = commandLine.substr(applicationName.size() + 2);
+    else
+        rest = commandLine;
+    rest = Trim(rest);
+    if (!rest.empty()) args.push_back(rest);
+    return args;
+}
+
+bool LinuxApplication::CreateProcessA(const std::string& applicationName, const std::string& commandLine) {
+    const auto native = map_.ToNative(applicationName);
+    if (!native || ::access(native->c_str(), X_OK) != 0) return false;
+    return Spawn(Arguments(*native, applicationName, commandLine));
+}
+
+// --- the shell ---
+
+std::intptr_t LinuxShell::ShellExecuteA(platform::WindowHandle, const std::string& verb, const std::string& file,
+                                        const std::string& parameters, const std::string&, std::int32_t) {
+    constexpr std::intptr_t kOk = 42, kNotFound = 2, kNoAssociation = 31;
+    const std::string v = Lower(verb);
+    if (!v.empty() && v != "open" && v != "explore") return kNoAssociation;
+    std::string target;
+    if (Lower(file) == "explorer.exe" && parameters.find(kRecycleBin) != std::string::npos) {
+        target = "trash:///";
+    } else if (file.size() >= 2 && file[1] == ':') {
+        const auto native = map_.ToNative(file);
+        if (!native) return kNotFound;
+        target = *native;
+    } else {
+        target = file;
+    }
+    std::vector<std::string> command;
+    const std::string gio = FindProgram({"gio"});
+    const std::string xdg = FindProgram({"xdg-open"});
+    if (target == "trash:///" && !gio.empty())
+        command = {gio, "open", target};
+    else if (!xdg.empty())
+        command = {xdg, target};
+    else if (!gio.empty())
+        command = {gio, "open", target};
+    else
+        command = {"xdg-open", target};
+    const bool started = opener_ ? opener_(command) : (!gio.empty() || !xdg.empty()) && Spawn(command);
+    return started ? kOk : kNoAssociation;
+}
+
+std::int32_t LinuxShell::Shell_NotifyIconA(std::uint32_t message, std::span<const std::uint8_t, 88> data) {
+    auto u32 = [&](std::size_t at) {
+        return static_cast<std::uint32_t>(data[at]) | static_cast<std::uint32_t>(data[at + 1]) << 8 |
+               static_cast<std::uint32_t>(data[at + 2]) << 16 | static_cast<std::uint32_t>(data[at + 3]) << 24;
+    };
+    // The record is kept and never shown: the desktop's tray belongs to the window layer.
+    const std::uint32_t size = u32(0), window = u32(4), id = u32(8), icon = u32(20);
+    const auto key = std::make_pair(window, id);
+    if (size != 88) return 0;
+    switch (message) {
+    case platform::kNimAdd:
+        if (window == 0 || trayIcons_.count(key) != 0) return 0;
+        trayIcons_[key] = icon;
+        return 1;
+    case platform::kNimModify:
+        if (trayIcons_.count(key) == 0) return 0;
+        trayIcons_[key] = icon;
+        return 1;
+    case platform::kNimDelete:
+        return trayIcons_.erase(key) != 0 ? 1 : 0;
+    default:
+        return 0;
+    }
+}
+
+std::uintptr_t LinuxShell::place(std::vector<std::uint8_t> bytes) {
+    const std::uintptr_t address = nextAddress_;
+    nextAddress_ += (bytes.size() + 0xF) / 0x10 * 0x10 + 0x10;
+    memory_.emplace(address, std::move(bytes));
+    return address;
+}
+
+platform::Pidl LinuxShell::Item(const std::string& displayName, const std::string& path) {
+    const platform::Pidl pidl = place(std::vector<std::uint8_t>(8, 0));
+    items_[pidl] = ItemEntry{displayName, path};
+    return pidl;
+}
+
+std::uintptr_t LinuxShell::ReportRecord(platform::Pidl item1, platform::Pidl item2) {
+    std::vector<std::uint8_t> record(2 * sizeof(std::uintptr_t));
+    std::memcpy(record.data(), &item1, sizeof item1);
+    std::memcpy(record.data() + sizeof item1, &item2, sizeof item2);
+    return place(std::move(record));
+}
+
+std::uintptr_t LinuxShell::ValueRecord(std::uint32_t value) {
+    std::vector<std::uint8_t> small(6, 0);
+    small[0] = 6;
+    std::memcpy(small.data() + 2, &value, sizeof value);
+    return place(std::move(small));
+}
+
+std::int32_t LinuxShell::SHGetSpecialFolderLocation(platform::WindowHandle, std::int32_t folder, platform::Pidl& pidl) {
+    if (folder != platform::kCsidlDesktop) return -1;
+    if (desktop_ == 0) desktop_ = Item("Desktop", "");
+    pidl = desktop_;
+    return 0;
+}
+
+std::uint32_t LinuxShell::SHChangeNotifyRegister(platform::WindowHandle window, std::int32_t, std::int32_t,
+                                                 std::uint32_t message, platform::Pidl root, bool) {
+    if (window == 0 || root == 0 || root != desktop_) return 0;
+    windows_.emplace_back(window, message);
+    return static_cast<std::uint32_t>(windows_.size());
+}
+
+std::uintptr_t LinuxShell::SHGetFileInfoA(platform::Pidl pidl, std::uint32_t, std::span<std::uint8_t, 352> info,
+                                          std::uint32_t flags) {
+    auto it = items_.find(pidl);
+    if (it == items_.end() || it->second.displayName.empty() || (flags & platform::kShgfiPidl) == 0) return 0;
+    std::fill(info.begin(), info.end(), std::uint8_t{0});
+    const std::string& name = it->second.displayName;
+    std::memcpy(info.data() + 12, name.data(), std::min<std::size_t>(name.size(), 259));
+    return 1;
+}
+
+bool LinuxShell::SHGetPathFromIDListA(platform::Pidl pidl, std::span<char, 260> path) {
+    auto it = items_.find(pidl);
+    if (it == items_.end() || it->second.path.empty()) return false;
+    CopyCut(path, it->second.path);
+    return true;
+}
+
+bool LinuxShell::CopyMemory(std::span<std::uint8_t> destination, std::uintptr_t source) {
+    auto it = memory_.upper_bound(source);
+    if (it == memory_.begin()) return false;
+    --it;
+    const std::size_t offset = source - it->first;
+    if (offset + destination.size() > it->second.size()) return false;
+    std::memcpy(destination.data(), it->second.data() + offset, destination.size());
+    return true;
+}
+
+// --- the console window system ---
+
+ConsoleWindows::ConsoleWindows(LetterMap& map, InstanceChannel& channel, EventSources* events)
+    : map_(map), channel_(channel), events_(events) {}
+
+platform::WindowHandle ConsoleWindows::FindWindowA(const std::string& className, const std::string& windowName) {
+    if (className != "ThunderRT6Main") return 0;
+    if (InstanceChannel::Reachable(className, windowName)) {
+        if (channel_.Claimed()) return kOwnHiddenWindow; // this process holds the name
+        otherTitle_ = windowName;
+        return kOtherHiddenWindow;
+    }
+    return 0;
+}
+
+platform::WindowHandle ConsoleWindows::GetWindow(platform::WindowHandle window, std::uint32_t command) {
+    return command == platform::kGwHwndPrev && window == kOtherHiddenWindow ? kOtherMainWindow : 0;
+}
+
+bool ConsoleWindows::OpenIcon(platform::WindowHandle window) {
+    return window == kOtherMainWindow && InstanceChannel::Send("ThunderRT6Main", otherTitle_, "restore");
+}
+
+bool ConsoleWindows::SetForegroundWindow(platform::WindowHandle window) {
+    return window == kOtherMainWindow && InstanceChannel::Send("ThunderRT6Main", otherTitle_, "raise");
+}
+
+std::int32_t ConsoleWindows::MessageBoxA(platform::WindowHandle, const std::string& text, const std::string& caption,
+                                         std::uint32_t type) {
+    std::string shown = text;
+    for (std::size_t at; (at = shown.find("\r\n")) != std::string::npos;) shown.replace(at, 2, "\n");
+    while (!shown.empty() && shown.back() == '\n') shown.pop_back();
+    const std::string line = caption + ": " + shown + "\n";
+    if (sink_)
+        sink_(line);
+    else
+        std::fputs(line.c_str(), stderr);
+    if ((type & 0xF) == platform::kMbYesNo)
+        return (type & platform::kMbDefButton2) != 0 ? platform::kIdNo : platform::kIdYes;
+    return platform::kIdOk;
+}
+
+void ConsoleWindows::DoEvents() {
+    channel_.Requests(); // a second start asks to be shown: the console has nothing to show
+    if (events_ == nullptr) return;
+    for (const auto& e : events_->Read()) {
+        if (main_ != 0 && e.kind == SystemEvent::Kind::DeviceArrived)
+            Deliver(main_, platform::kWmDeviceChange, platform::kDbtDeviceArrival, 0);
+        else if (main_ != 0 && e.kind == SystemEvent::Kind::DeviceRemoved)
+            Deliver(main_, platform::kWmDeviceChange, platform::kDbtDeviceRemoveComplete, 0);
+        if (observer_) observer_(e);
+    }
+}
+
+float ConsoleWindows::Timer() {
+    const auto now = std::chrono::system_clock::now();
+    const std::time_t t = std::chrono::system_clock::to_time_t(now);
+    std::tm local{};
+    ::localtime_r(&t, &local);
+    const auto fraction =
+        std::chrono::duration_cast<std::chrono::microseconds>(now.time_since_epoch()).count() % 1'000'000;
+    return static_cast<float>(local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec) +
+           static_cast<float>(fraction) / 1e6f;
+}
+
+std::intptr_t ConsoleWindows::SendMessageA(platform::WindowHandle window, std::uint32_t message, std::uintptr_t,
+                                           std::intptr_t) {
+    if (message == platform::kLvmGetHeader && window != 0) return static_cast<std::intptr_t>(window + 0x1F00);
+    return 0;
+}
+
+std::intptr_t ConsoleWindows::GetWindowLongA(platform::WindowHandle window, std::int32_t index) {
+    if (index == platform::kGwlWndProc) {
+        auto it = procedures_.find(window);
+        return it == procedures_.end() ? kOwnProcedure : it->second;
+    }
+    auto it = styles_.find(window);
+    return index == platform::kGwlStyle && it != styles_.end() ? it->second : 0;
+}
+
+std::intptr_t ConsoleWindows::SetWindowLongA(platform::WindowHandle window, std::int32_t index, std::intptr_t value) {
+    if (window == 0) return 0;
+    if (index == platform::kGwlWndProc) {
+        if (value == 0) return 0;
+        const std::intptr_t previous = GetWindowLongA(window, index);
+        procedures_[window] = value;
+        return previous;
+    }
+    if (index != platform::kGwlStyle) return 0;
+    const std::intptr_t previous = GetWindowLongA(window, index);
+    styles_[window] = value;
+    return previous;
+}
+
+std::intptr_t ConsoleWindows::CallWindowProcA(std::intptr_t previous, platform::WindowHandle window,
+                                              std::uint32_t message, std::uintptr_t wParam, std::intptr_t lParam) {
+    if (previous == kOwnProcedure) return own_ ? own_(window, message, wParam, lParam) : 0;
+    if (previous == 0) return 0;
+    return reinterpret_cast<platform::WndProc>(previous)(window, message, wParam, lParam);
+}
+
+std::intptr_t ConsoleWindows::Deliver(platform::WindowHandle window, std::uint32_t message, std::uintptr_t wParam,
+                                      std::intptr_t lParam) {
+    return CallWindowProcA(GetWindowLongA(window, platform::kGwlWndProc), window, message, wParam, lParam);
+}
+
+bool ConsoleWindows::SetPropA(platform::WindowHandle window, const std::string& name, std::intptr_t value) {
+    if (window == 0) return false;
+    props_[{window, name}] = value;
+    return true;
+}
+
+std::intptr_t ConsoleWindows::GetPropA(platform::WindowHandle window, const std::string& name) {
+    auto it = props_.find({window, name});
+    return it == props_.end() ? 0 : it->second;
+}
+
+std::intptr_t ConsoleWindows::RemovePropA(platform::WindowHandle window, const std::string& name) {
+    auto it = props_.find({window, name});
+    if (it == props_.end()) return 0;
+    const std::intptr_t value = it->second;
+    props_.erase(it);
+    return value;
+}
+
+bool ConsoleWindows::MessageBeep(std::uint32_t) {
+    if (::isatty(STDERR_FILENO) != 0) {
+        const char bell = '\a';
+        return ::write(STDERR_FILENO, &bell, 1) == 1;
+    }
+    return true;
+}
+
+bool ConsoleWindows::FlashWindow(platform::WindowHandle window, bool) { return window != 0; }
+
+bool ConsoleWindows::SetWindowPos(platform::WindowHandle window, platform::WindowHandle, std::int32_t, std::int32_t,
+                                  std::int32_t, std::int32_t, std::uint32_t) {
+    return window != 0;
+}
+
+std::optional<std::pair<int, int>> ScreenPixels(const std::string& sysRoot) {
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator(sysRoot + "/class/drm", ec)) {
+        const std::string folder = entry.path().string();
+        if (ReadAttr(folder + "/status") != "connected") continue;
+        const std::string mode = ReadAttr(folder + "/modes"); // "1920x1080"
+        const auto x = mode.find('x');
+        if (x == std::string::npos) continue;
+        try {
+            return std::make_pair(std::stoi(mode.substr(0, x)), std::stoi(mode.substr(x + 1)));
+        } catch (const std::exception&) {
+            continue;
+        }
+    }
+    return std::nullopt;
+}
+
+platform::TwipsRect ConsoleWindows::WorkArea() {
+    // Without a window toolkit the panels are unknown: the whole screen, or
+    // a common one when no display is connected.
+    const auto screen = ScreenPixels().value_or(std::make_pair(1920, 1040));
+    return {0, 0, screen.first * 15.0, screen.second * 15.0};
+}
+
+std::uintptr_t ConsoleWindows::LoadPicture(const std::string& file) {
+    const auto native = map_.ToNative(file);
+    if (!native || ::access(native->c_str(), R_OK) != 0) return 0;
+    return nextPicture_++;
+}
+
+} // namespace linuxbk

@@ -1,0 +1,97 @@
+#pragma once
+// The event sources of the Linux backend: device arrival and removal from a
+// libudev monitor (block and usb subsystems), changes of the mount table
+// (poll for POLLPRI on /proc/self/mountinfo), and inotify on the roots of
+// removable drives. They are file descriptors a loop waits on; nothing here
+// polls on a timer. Events come out as plain records in Windows form.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <poll.h>
+
+#include "platform/linux/letter_map.h"
+#include "platform/linux/util.h"
+
+struct udev;
+struct udev_monitor;
+
+namespace linuxbk {
+
+struct SystemEvent {
+    enum class Kind {
+        DeviceArrived, // WM_DEVICECHANGE, DBT_DEVICEARRIVAL
+        DeviceRemoved, // WM_DEVICECHANGE, DBT_DEVICEREMOVECOMPLETE
+        DriveAdded,
+        DriveRemoved,
+        MediaInserted,
+        MediaRemoved,
+        Created,
+        Deleted,
+        Renamed, // path1 the old name, path2 the new one
+        FolderCreated,
+        FolderRemoved,
+        AttributesChanged,
+    };
+    Kind kind = Kind::DeviceArrived;
+    std::string path1; // Windows form: "E:\", "E:\docs\a.txt"
+    std::string path2;
+    std::uint32_t driveMask = 0; // bit 0 = A:, bit 4 = E:
+    std::string device;          // device events: the device node or sysfs path
+};
+
+const char* KindName(SystemEvent::Kind kind);
+
+class EventSources {
+public:
+    struct Options {
+        bool udev = true;             // watch devices through libudev
+        bool watchFiles = true;       // inotify on the roots of removable drives
+        std::size_t maxWatches = 512; // folders watched below each root
+        bool allDrives = false;       // watch fixed drives too (never C:)
+    };
+    explicit EventSources(LetterMap& map) : EventSources(map, Options{}) {}
+    EventSources(LetterMap& map, Options options);
+    ~EventSources();
+    EventSources(const EventSources&) = delete;
+    EventSources& operator=(const EventSources&) = delete;
+
+    // "udev" when the udev daemon runs (/run/udev/control), else "kernel";
+    // "" when no monitor could be made.
+    const std::string& MonitorSource() const { return source_; }
+    // The descriptors to wait on, with the events that mean "call Read()".
+    std::vector<pollfd> PollFds() const;
+    // Reads whatever is pending without blocking and returns the events in order.
+    std::vector<SystemEvent> Read();
+    // Waits at most timeoutMs (-1: without limit) for something to happen, then reads.
+    std::vector<SystemEvent> Wait(int timeoutMs);
+
+    // The display name the shell stand-in gives an item: a root shows as
+    // "E:", anything else as its last name.
+    static std::string DisplayName(const std::string& windowsPath);
+
+private:
+    struct Watch {
+        int wd = -1;
+        char letter = 0;
+        std::string native; // the folder watched
+    };
+    void readUdev(std::vector<SystemEvent>& out);
+    void readMounts(std::vector<SystemEvent>& out, bool force);
+    void readInotify(std::vector<SystemEvent>& out);
+    void syncWatches();
+    void watchTree(char letter, const std::string& folder, std::size_t& budget);
+    std::string windowsPath(const Watch& w, const char* name) const;
+
+    LetterMap& map_;
+    Options options_;
+    udev* udev_ = nullptr;
+    udev_monitor* monitor_ = nullptr;
+    std::string source_;
+    UniqueFd mounts_;
+    UniqueFd inotify_;
+    std::vector<Watch> watches_;
+    std::vector<DriveRecord> known_; // the drives as the last events left them
+};
+
+} // namespace linuxbk

@@ -1,0 +1,256 @@
+#include "platform/linux/handles.h"
+
+#include <algorithm>
+#include <charconv>
+#include <condition_variable>
+#include <cstring>
+#include <dirent.h>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+namespace linuxbk {
+
+namespace {
+
+using platform::Handle;
+using platform::NtStatus;
+
+constexpr NtStatus kStatusInvalidInfoClass = static_cast<NtStatus>(0xC0000003u);
+constexpr std::uint32_t kStillActive = 259;
+
+template <typename T> void Put(std::span<std::uint8_t> out, std::size_t offset, T value) {
+    for (std::size_t i = 0; i < sizeof(T); ++i)
+        out[offset + i] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> (8 * i));
+}
+
+bool IsNumber(const char* text, long& value) {
+    const char* end = text + std::strlen(text);
+    const auto [p, ec] = std::from_chars(text, end, value);
+    return ec == std::errc() && p == end;
+}
+
+std::vector<long> Numbers(const std::string& folder) {
+    std::vector<long> out;
+    if (DIR* dir = ::opendir(folder.c_str())) {
+        while (const dirent* e = ::readdir(dir)) {
+            long n = 0;
+            if (IsNumber(e->d_name, n)) out.push_back(n);
+        }
+        ::closedir(dir);
+    }
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+std::uint8_t TypeIndexOf(const std::string& target) {
+    if (target.starts_with("anon_inode:[pidfd]")) return LinuxHandles::kProcessTypeIndex;
+    if (target.starts_with("anon_inode:")) return LinuxHandles::kOtherTypeIndex;
+    return LinuxHandles::kFileTypeIndex; // paths, pipes, sockets
+}
+
+int PidfdOpen(long pid) { return static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(pid), 0u)); }
+
+int PidfdGetfd(int pidfd, int fd) { return static_cast<int>(::syscall(SYS_pidfd_getfd, pidfd, fd, 0u)); }
+
+} // namespace
+
+std::uint32_t LinuxHandles::GetCurrentProcessId() { return static_cast<std::uint32_t>(::getpid()); }
+
+std::uint32_t LinuxHandles::GetFileTypeOnThread(Handle file, std::uint32_t milliseconds, std::uint32_t& fileType) {
+    struct State {
+        std::mutex lock;
+        std::condition_variable done;
+        bool finished = false;
+        std::uint32_t type = kStillActive;
+    };
+    auto state = std::make_shared<State>();
+    // The thread works on its own copy, so closing the handle meanwhile cannot
+    // make it look at another file.
+    const int copy = ::fcntl(static_cast<int>(file), F_DUPFD_CLOEXEC, 3);
+    try {
+        std::thread([state, copy] {
+            std::uint32_t type = platform::kFileTypeUnknown;
+            struct stat st {};
+            if (copy >= 0 && ::fstat(copy, &st) == 0) {
+                if (S_ISREG(st.st_mode) || S_ISDIR(st.st_mode) || S_ISBLK(st.st_mode))
+                    type = platform::kFileTypeDisk;
+                else if (S_ISCHR(st.st_mode))
+                    type = platform::kFileTypeChar;
+                else if (S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode))
+                    type = platform::kFileTypePipe;
+            }
+            if (copy >= 0) ::close(copy);
+            std::lock_guard<std::mutex> hold(state->lock);
+            state->type = type;
+            state->finished = true;
+            state->done.notify_all();
+        }).detach();
+    } catch (const std::system_error&) {
+        if (copy >= 0) ::close(copy);
+        return platform::kWaitFailed;
+    }
+    std::unique_lock<std::mutex> hold(state->lock);
+    const bool finished =
+        state->done.wait_for(hold, std::chrono::milliseconds(milliseconds), [&] { return state->finished; });
+    fileType = state->type;
+    return finished ? platform::kWaitObject0 : platform::kWaitTimeout;
+}
+
+NtStatus LinuxHandles::NtQuerySystemInformation(std::uint32_t systemInformationClass, std::span<std::uint8_t> buffer,
+                                                std::uint32_t& returnLength) {
+    namespace t = platform::handle_table;
+    returnLength = 0;
+    if (systemInformationClass != platform::kSystemHandleInformation) return kStatusInvalidInfoClass;
+
+    struct Row {
+        std::uint32_t pid;
+        std::uint8_t type;
+        std::uint16_t handle;
+    };
+    std::vector<Row> rows;
+    const long own = ::getpid();
+    auto scan = [&](long pid) {
+        const std::string folder = proc_ + "/" + std::to_string(pid) + "/fd";
+        DIR* dir = ::opendir(folder.c_str());
+        if (dir == nullptr) return;
+        const int skip = ::dirfd(dir); // the listing's own descriptor is no handle of the program
+        while (const dirent* e = ::readdir(dir)) {
+            long fd = 0;
+            if (!IsNumber(e->d_name, fd) || fd > 0xFFFF) continue;
+            if (pid == own && fd == skip) continue;
+            const std::string target = ReadLink(folder + "/" + e->d_name);
+            if (target.empty()) continue; // closed meanwhile
+            rows.push_back({static_cast<std::uint32_t>(pid), TypeIndexOf(target), static_cast<std::uint16_t>(fd)});
+        }
+        ::closedir(dir);
+    };
+    scan(own);
+    for (long pid : Numbers(proc_))
+        if (pid != own) scan(pid);
+
+    const std::size_t need = t::Size(rows.size());
+    returnLength = static_cast<std::uint32_t>(std::min<std::size_t>(need, 0xFFFFFFFFu));
+    if (buffer.size() < need) return platform::kStatusInfoLengthMismatch;
+    Put(buffer, t::kCount, static_cast<std::uint32_t>(rows.size()));
+    std::size_t at = t::kEntries;
+    for (const Row& r : rows) {
+        const auto entry = buffer.subspan(at, t::kEntrySize);
+        std::fill(entry.begin(), entry.end(), std::uint8_t{0});
+        Put(entry, t::kUniqueProcessId, static_cast<std::uint16_t>(r.pid & 0xFFFF));
+        Put(entry, t::kObjectTypeIndex, r.type);
+        Put(entry, t::kHandleValue, r.handle);
+        at += t::kEntrySize;
+    }
+    return platform::kStatusSuccess;
+}
+
+NtStatus LinuxHandles::NtOpenProcess(Handle& processHandle, std::uint32_t, const platform::ClientId& clientId) {
+    processHandle = 0;
+    const auto id = clientId.UniqueProcess;
+    if (id == 0 || id > 0x7FFFFFFF) return platform::kStatusInvalidParameter;
+    const int fd = PidfdOpen(static_cast<long>(id));
+    if (fd < 0) return errno == ESRCH ? platform::kStatusInvalidParameter : platform::kStatusAccessDenied;
+    processes_[fd] = static_cast<long>(id);
+    processHandle = fd;
+    return platform::kStatusSuccess;
+}
+
+long LinuxHandles::processOf(Handle process) const {
+    if (process == kCurrentProcess) return ::getpid();
+    auto it = processes_.find(static_cast<int>(process));
+    return it == processes_.end() ? -1 : it->second;
+}
+
+NtStatus LinuxHandles::NtDuplicateObject(Handle sourceProcess, Handle sourceHandle, Handle targetProcess,
+                                         Handle& targetHandle, std::uint32_t, std::uint32_t, std::uint32_t options) {
+    targetHandle = 0;
+    const long own = ::getpid();
+    const long from = processOf(sourceProcess);
+    if (from < 0 || processOf(targetProcess) != own || sourceHandle < 0 || sourceHandle > 0x7FFFFFFF)
+        return platform::kStatusInvalidHandle;
+    const int source = static_cast<int>(sourceHandle);
+    int copy;
+    if (from == own) {
+        copy = ::fcntl(source, F_DUPFD_CLOEXEC, 3);
+        if (copy < 0) return platform::kStatusInvalidHandle;
+        if ((options & platform::kDuplicateCloseSource) != 0) {
+            ::close(source);
+            processes_.erase(source);
+        }
+    } else {
+        // A descriptor of another process can be copied (with the right to
+        // trace it), never closed there.
+        if ((options & platform::kDuplicateCloseSource) != 0) return platform::kStatusAccessDenied;
+        const int pidfd = sourceProcess == kCurrentProcess ? -1 : static_cast<int>(sourceProcess);
+        copy = pidfd < 0 ? -1 : PidfdGetfd(pidfd, source);
+        if (copy < 0) return errno == EBADF ? platform::kStatusInvalidHandle : platform::kStatusAccessDenied;
+    }
+    targetHandle = copy;
+    return platform::kStatusSuccess;
+}
+
+std::string LinuxHandles::DeviceFormName(int fd) {
+    const std::string target = ReadLink("/proc/self/fd/" + std::to_string(fd));
+    if (target.empty() || target.front() != '/') return target; // pipes, sockets, anonymous descriptors
+    struct stat st {};
+    if (::fstat(fd, &st) != 0) return target;
+    const auto major = static_cast<std::uint32_t>(::major(st.st_dev));
+    const auto minor = static_cast<std::uint32_t>(::minor(st.st_dev));
+    // The mount the path lies in, by its device, and the drive of that device.
+    const MountEntry* mount = nullptr;
+    for (const auto& m : map_.Mounts()) {
+        if (m.major != major || m.minor != minor || !StartsWithPath(target, m.mountPoint)) continue;
+        if (mount == nullptr || m.mountPoint.size() > mount->mountPoint.size()) mount = &m;
+    }
+    if (mount == nullptr) return target;
+    const MountEntry found = *mount;
+    for (const auto& d : map_.Drives()) {
+        const bool same = d.Ready() && ((d.major == major && d.minor == minor && d.major != 0) ||
+                                        (d.source == found.source && d.fsType == found.fsType));
+        if (!same) continue;
+        std::string rest = found.mountPoint == "/" ? target : target.substr(found.mountPoint.size());
+        for (char& c : rest)
+            if (c == '/') c = '\\';
+        if (!rest.empty() && rest.front() != '\\') rest.insert(0, "\\");
+        return d.DosDevice() + rest;
+    }
+    return target;
+}
+
+NtStatus LinuxHandles::NtQueryObject(Handle handle, std::uint32_t objectInformationClass,
+                                     std::span<std::uint8_t> buffer, std::uint32_t& returnLength) {
+    returnLength = 0;
+    if (handle < 0 || handle > 0x7FFFFFFF || ::fcntl(static_cast<int>(handle), F_GETFD) < 0)
+        return platform::kStatusInvalidHandle;
+    if (objectInformationClass != platform::kObjectNameInformation) return kStatusInvalidInfoClass;
+    const std::u16string name = Utf8ToUtf16(DeviceFormName(static_cast<int>(handle)));
+    const std::size_t bytes = name.size() * 2;
+    const std::size_t need = platform::kObjectNameText + bytes + 2;
+    returnLength = static_cast<std::uint32_t>(need);
+    if (buffer.size() < need || bytes + 2 > 0xFFFF) return platform::kStatusInfoLengthMismatch;
+    Put(buffer, 0, static_cast<std::uint16_t>(bytes));
+    Put(buffer, 2, static_cast<std::uint16_t>(bytes + 2));
+    Put(buffer, 8, reinterpret_cast<std::uintptr_t>(buffer.data() + platform::kObjectNameText));
+    for (std::size_t i = 0; i < name.size(); ++i)
+        Put(buffer, platform::kObjectNameText + 2 * i, static_cast<std::uint16_t>(name[i]));
+    Put(buffer, platform::kObjectNameText + bytes, std::uint16_t{0});
+    return platform::kStatusSuccess;
+}
+
+NtStatus LinuxHandles::NtClose(Handle handle) {
+    if (handle == kCurrentProcess) return platform::kStatusSuccess;
+    if (handle < 0 || handle > 0x7FFFFFFF) return platform::kStatusInvalidHandle;
+    if (::close(static_cast<int>(handle)) != 0 && errno == EBADF) return platform::kStatusInvalidHandle;
+    processes_.erase(static_cast<int>(handle));
+    return platform::kStatusSuccess;
+}
+
+} // namespace linuxbk

@@ -1,0 +1,244 @@
+#include "platform/linux/letter_map.h"
+
+#include <algorithm>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include "platform/types.h"
+
+namespace linuxbk {
+
+namespace {
+
+std::string Base(const std::string& path) {
+    const auto slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// Mounts that are part of the system's start-up, not drives a user sees.
+bool Hidden(const MountEntry& m) {
+    return m.fsType == "squashfs" || m.mountPoint == "/boot/efi" || m.mountPoint == "/efi";
+}
+
+} // namespace
+
+std::uint32_t DriveTypeOfDisk(const DiskInfo& d) {
+    if (d.name.starts_with("zram") || d.name.starts_with("ram")) return platform::kDriveRamdisk;
+    if (d.kind == DiskKind::CdRom) return platform::kDriveCdrom;
+    if (d.removable || d.hotplug || d.kind == DiskKind::Floppy) return platform::kDriveRemovable;
+    return platform::kDriveFixed;
+}
+
+LetterMap::LetterMap(Sysfs sysfs, std::string mountInfoPath)
+    : sysfs_(std::move(sysfs)), mountInfoPath_(std::move(mountInfoPath)) {
+    proc_ = mountInfoPath_.starts_with("/proc/");
+    readTable();
+}
+
+void LetterMap::readTable() {
+    if (proc_) {
+        if (!watch_) watch_.reset(::open(mountInfoPath_.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!watch_) return;
+        std::string text;
+        char chunk[16384];
+        ::lseek(watch_.get(), 0, SEEK_SET);
+        for (;;) {
+            const ssize_t got = ::read(watch_.get(), chunk, sizeof chunk);
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) break;
+            text.append(chunk, static_cast<std::size_t>(got));
+        }
+        lastText_ = std::move(text);
+    } else {
+        lastText_ = ReadFile(mountInfoPath_).value_or(std::string());
+    }
+    Build(ParseMountInfo(lastText_));
+}
+
+void LetterMap::Sync() {
+    if (proc_ && watch_) {
+        pollfd p{watch_.get(), POLLPRI, 0};
+        if (::poll(&p, 1, 0) > 0 && (p.revents & (POLLPRI | POLLERR)) != 0) readTable();
+        return;
+    }
+    if (!proc_) {
+        const auto text = ReadFile(mountInfoPath_).value_or(std::string());
+        if (text != lastText_) {
+            lastText_ = text;
+            Build(ParseMountInfo(lastText_));
+        }
+    }
+}
+
+void LetterMap::Refresh() { readTable(); }
+
+void LetterMap::Build(const std::vector<MountEntry>& mounts) {
+    mounts_ = mounts;
+    std::vector<DriveRecord> found;
+    auto known = [&](const std::string& key) {
+        return std::any_of(found.begin(), found.end(), [&](const DriveRecord& d) { return d.key == key; });
+    };
+    auto resolve = [&](DriveRecord& d) {
+        if (d.major != 0) d.block = sysfs_.ByNumber(d.major, d.minor);
+        if (!d.block && !d.devNode.empty()) {
+            std::string real = RealPath(d.devNode);
+            d.block = sysfs_.ByName(Base(real.empty() ? d.devNode : real));
+        }
+        if (d.block) {
+            if (const auto disk = sysfs_.Disk(d.block->diskName)) d.driveType = DriveTypeOfDisk(*disk);
+        }
+    };
+
+    // The root file system is C:, whatever it is.
+    for (auto it = mounts.rbegin(); it != mounts.rend(); ++it) {
+        if (it->mountPoint != "/") continue;
+        DriveRecord d;
+        d.kind = DriveKind::Root;
+        d.letter = 'C';
+        d.mountPoint = "/";
+        d.fsType = it->fsType;
+        d.source = it->source;
+        d.major = it->major;
+        d.minor = it->minor;
+        d.driveType = IsRamFileSystem(d.fsType) ? platform::kDriveRamdisk : platform::kDriveFixed;
+        if (it->source.starts_with("/dev/")) {
+            d.devNode = it->source;
+            resolve(d);
+        } else {
+            d.major = d.minor = 0;
+        }
+        d.key = d.devNode.empty() ? std::string("root") : d.devNode;
+        found.push_back(std::move(d));
+        break;
+    }
+
+    for (const auto& m : mounts) {
+        if (m.mountPoint == "/" || Hidden(m)) continue;
+        DriveRecord d;
+        d.mountPoint = m.mountPoint;
+        d.fsType = m.fsType;
+        d.source = m.source;
+        if (m.source.starts_with("/dev/")) {
+            d.kind = DriveKind::Local;
+            d.devNode = m.source;
+            d.key = m.source;
+            d.major = m.major;
+            d.minor = m.minor;
+            d.driveType = platform::kDriveFixed;
+            if (known(d.key)) continue; // the same device mounted again (a bind mount)
+            resolve(d);
+            if (d.block && d.block->name.starts_with("sr")) d.kind = DriveKind::Optical;
+        } else if (IsNetworkFileSystem(m.fsType)) {
+            d.kind = DriveKind::Network;
+            d.key = "net:" + m.mountPoint;
+            d.driveType = platform::kDriveRemote;
+            d.shareName = ShareNameOf(m.fsType, m.source);
+            if (known(d.key)) continue;
+        } else {
+            continue;
+        }
+        found.push_back(std::move(d));
+    }
+
+    // Optical drives are drives with or without a medium.
+    for (const auto& b : sysfs_.All()) {
+        if (!b.name.starts_with("sr") || b.partition != 0 || known(b.devNode)) continue;
+        DriveRecord d;
+        d.kind = DriveKind::Optical;
+        d.key = b.devNode;
+        d.devNode = b.devNode;
+        d.major = b.major;
+        d.minor = b.minor;
+        d.block = b;
+        d.driveType = platform::kDriveCdrom;
+        found.push_back(std::move(d));
+    }
+
+    // Letters: kept while present, else the lowest free one from D.
+    bool used[26] = {};
+    used['C' - 'A'] = true;
+    for (auto& d : found) {
+        if (d.kind == DriveKind::Root) continue;
+        for (const auto& [key, letter] : kept_) {
+            if (key == d.key && !used[letter - 'A']) {
+                d.letter = letter;
+                used[letter - 'A'] = true;
+                break;
+            }
+        }
+    }
+    for (auto& d : found) {
+        if (d.letter != 0) continue;
+        for (char l = 'D'; l <= 'Z'; ++l) {
+            if (!used[l - 'A']) {
+                d.letter = l;
+                used[l - 'A'] = true;
+                break;
+            }
+        }
+    }
+    std::erase_if(found, [](const DriveRecord& d) { return d.letter == 0; }); // more than 24 drives
+    std::sort(found.begin(), found.end(),
+              [](const DriveRecord& a, const DriveRecord& b) { return a.letter < b.letter; });
+    kept_.clear();
+    for (const auto& d : found) kept_.emplace_back(d.key, d.letter);
+    drives_ = std::move(found);
+    ++generation_;
+}
+
+const std::vector<DriveRecord>& LetterMap::Drives() {
+    Sync();
+    return drives_;
+}
+
+const std::vector<MountEntry>& LetterMap::Mounts() {
+    Sync();
+    return mounts_;
+}
+
+const DriveRecord* LetterMap::Find(char letter) {
+    Sync();
+    const char l = static_cast<char>(Upper(std::string(1, letter))[0]);
+    for (const auto& d : drives_)
+        if (d.letter == l) return &d;
+    return nullptr;
+}
+
+const DriveRecord* LetterMap::DriveOf(const std::string& windowsPath) {
+    if (windowsPath.empty()) return nullptr;
+    if (windowsPath.size() >= 2 && windowsPath[1] != ':') return nullptr;
+    return Find(windowsPath[0]);
+}
+
+std::optional<std::string> LetterMap::ToNative(const std::string& windowsPath) {
+    const DriveRecord* d = DriveOf(windowsPath);
+    if (d == nullptr || !d->Ready()) return std::nullopt;
+    std::string rest = windowsPath.size() > 2 ? windowsPath.substr(2) : std::string();
+    for (char& c : rest)
+        if (c == '\\') c = '/';
+    while (rest.starts_with("//")) rest.erase(0, 1);
+    std::string base = d->mountPoint;
+    if (base == "/") base.clear();
+    if (rest.empty() || rest == "/") return base.empty() ? std::string("/") : base;
+    if (rest.front() != '/') rest.insert(0, "/");
+    return base + rest;
+}
+
+std::optional<std::string> LetterMap::ToWindows(const std::string& nativePath) {
+    Sync();
+    const DriveRecord* best = nullptr;
+    for (const auto& d : drives_) {
+        if (!d.Ready() || !StartsWithPath(nativePath, d.mountPoint)) continue;
+        if (best == nullptr || d.mountPoint.size() > best->mountPoint.size()) best = &d;
+    }
+    if (best == nullptr) return std::nullopt;
+    std::string rest = best->mountPoint == "/" ? nativePath : nativePath.substr(best->mountPoint.size());
+    for (char& c : rest)
+        if (c == '/') c = '\\';
+    while (!rest.empty() && rest.front() == '\\') rest.erase(0, 1);
+    return best->Root() + rest;
+}
+
+} // namespace linuxbk

@@ -1,0 +1,81 @@
+#pragma once
+// The drive letters of this system. "/" is C:; every other mounted
+// block-device file system, network mount and optical drive gets the lowest
+// free letter from D on and keeps it while it stays present. The map is
+// shared by all services and rebuilt whenever the mount table changes.
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/mountinfo.h"
+#include "platform/linux/sysfs.h"
+#include "platform/linux/util.h"
+
+namespace linuxbk {
+
+enum class DriveKind { Root, Local, Network, Optical };
+
+struct DriveRecord {
+    char letter = 0; // 'C'..'Z'
+    DriveKind kind = DriveKind::Local;
+    std::string key;        // what identifies it across rebuilds: the device node or "net:<mount point>"
+    std::string mountPoint; // "" when nothing is mounted (an empty optical drive)
+    std::string fsType;     // as mounted
+    std::string source;     // as mounted
+    std::string devNode;    // "/dev/sdb1"; "" for network drives and a root without a device
+    std::uint32_t major = 0, minor = 0;
+    std::optional<BlockDevice> block; // the block device, when sysfs knows it
+    std::uint32_t driveType = 0;      // the GetDriveTypeA answer
+    std::string shareName;            // network drives: "\\server\share"
+
+    bool Ready() const { return !mountPoint.empty(); }
+    std::string Root() const { return std::string(1, letter) + ":\\"; }
+    // The DOS device name behind the letter: the device node, else the mount's source.
+    std::string DosDevice() const { return devNode.empty() ? source : devNode; }
+};
+
+class LetterMap {
+public:
+    LetterMap(Sysfs sysfs, std::string mountInfoPath = "/proc/self/mountinfo");
+
+    // Re-reads the mount table when it changed (and sysfs with it). Cheap when
+    // nothing changed: a zero-timeout poll on the mount table.
+    void Sync();
+    // Re-reads unconditionally (after a device event: an optical drive may have come).
+    void Refresh();
+    // Builds the map from a mount table (tests feed fixtures through here).
+    void Build(const std::vector<MountEntry>& mounts);
+
+    const std::vector<DriveRecord>& Drives(); // in letter order, after Sync()
+    const DriveRecord* Find(char letter);     // any case; nullptr when there is no such drive
+    // The drive of a Windows-form path ("e:\x", "E:", "E"); nullptr when none.
+    const DriveRecord* DriveOf(const std::string& windowsPath);
+    const std::vector<MountEntry>& Mounts(); // the whole mount table
+    const Sysfs& sys() const { return sysfs_; }
+    std::uint64_t Generation() const { return generation_; }
+
+    // "E:\dir\f.txt" -> "/media/stick/dir/f.txt"; nothing when the letter is
+    // unknown or its drive has nothing mounted.
+    std::optional<std::string> ToNative(const std::string& windowsPath);
+    // "/media/stick/dir/f.txt" -> "E:\dir\f.txt" through the deepest drive
+    // that holds the path; nothing when no drive does.
+    std::optional<std::string> ToWindows(const std::string& nativePath);
+
+private:
+    void readTable();
+    Sysfs sysfs_;
+    std::string mountInfoPath_;
+    UniqueFd watch_; // the mount table, polled for POLLPRI on /proc
+    bool proc_ = false;
+    std::string lastText_;
+    std::vector<MountEntry> mounts_;
+    std::vector<DriveRecord> drives_;
+    std::vector<std::pair<std::string, char>> kept_; // key -> letter of the last build
+    std::uint64_t generation_ = 0;
+};
+
+// The drive type of a block device as GetDriveTypeA names it.
+std::uint32_t DriveTypeOfDisk(const DiskInfo& disk);
+
+} // namespace linuxbk

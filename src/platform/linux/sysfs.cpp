@@ -1,0 +1,246 @@
+#include "platform/linux/sysfs.h"
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+
+#include "platform/linux/util.h"
+
+namespace linuxbk {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string Parent(const std::string& path) {
+    const auto slash = path.rfind('/');
+    return slash == std::string::npos || slash == 0 ? std::string("/") : path.substr(0, slash);
+}
+
+std::string Base(const std::string& path) {
+    const auto slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::uint32_t ToNumber(std::string_view text) {
+    std::uint32_t value = 0;
+    std::from_chars(text.data(), text.data() + text.size(), value);
+    return value;
+}
+
+// "8:17" from a "dev" attribute.
+bool ParseDev(const std::string& text, std::uint32_t& major, std::uint32_t& minor) {
+    const auto colon = text.find(':');
+    if (colon == std::string::npos) return false;
+    major = ToNumber(std::string_view(text).substr(0, colon));
+    minor = ToNumber(std::string_view(text).substr(colon + 1));
+    return true;
+}
+
+// The value of KEY=value in a uevent file.
+std::string UeventValue(const std::string& folder, const std::string& key) {
+    const auto text = ReadFile(folder + "/uevent");
+    if (!text) return {};
+    std::size_t at = 0;
+    while (at < text->size()) {
+        const auto nl = text->find('\n', at);
+        const std::string line = text->substr(at, nl == std::string::npos ? std::string::npos : nl - at);
+        if (line.starts_with(key + "=")) return line.substr(key.size() + 1);
+        if (nl == std::string::npos) break;
+        at = nl + 1;
+    }
+    return {};
+}
+
+bool NaturalLess(const std::string& a, const std::string& b) {
+    // Names with numbers sort by the number: sdb2 < sdb10, loop2 < loop10.
+    std::size_t i = 0, j = 0;
+    while (i < a.size() && j < b.size()) {
+        if (std::isdigit(static_cast<unsigned char>(a[i])) && std::isdigit(static_cast<unsigned char>(b[j]))) {
+            std::size_t ie = i, je = j;
+            while (ie < a.size() && std::isdigit(static_cast<unsigned char>(a[ie]))) ++ie;
+            while (je < b.size() && std::isdigit(static_cast<unsigned char>(b[je]))) ++je;
+            const auto na = std::stoull(a.substr(i, ie - i)), nb = std::stoull(b.substr(j, je - j));
+            if (na != nb) return na < nb;
+            i = ie;
+            j = je;
+        } else {
+            if (a[i] != b[j]) return a[i] < b[j];
+            ++i;
+            ++j;
+        }
+    }
+    return a.size() - i < b.size() - j;
+}
+
+std::string Underscores(std::string text) {
+    for (char& c : text)
+        if (c == ' ') c = '_';
+    return text;
+}
+
+} // namespace
+
+std::optional<BlockDevice> Sysfs::fromPath(const std::string& path) const {
+    if (path.empty() || !Exists(path + "/dev")) return std::nullopt;
+    BlockDevice b;
+    b.path = path;
+    b.name = Base(path);
+    if (!ParseDev(ReadAttr(path + "/dev"), b.major, b.minor)) return std::nullopt;
+    const std::string devName = UeventValue(path, "DEVNAME");
+    b.devNode = "/dev/" + (devName.empty() ? b.name : devName);
+    if (Exists(path + "/partition")) {
+        b.partition = ToNumber(ReadAttr(path + "/partition"));
+        b.diskPath = Parent(path);
+        b.diskName = Base(b.diskPath);
+    } else {
+        b.diskPath = path;
+        b.diskName = b.name;
+    }
+    return b;
+}
+
+std::optional<BlockDevice> Sysfs::ByNumber(std::uint32_t major, std::uint32_t minor) const {
+    return fromPath(RealPath(root_ + "/dev/block/" + std::to_string(major) + ":" + std::to_string(minor)));
+}
+
+std::optional<BlockDevice> Sysfs::ByName(const std::string& name) const {
+    if (name.empty() || name.find('/') != std::string::npos) return std::nullopt;
+    return fromPath(RealPath(root_ + "/class/block/" + name));
+}
+
+std::vector<BlockDevice> Sysfs::All() const {
+    std::vector<BlockDevice> out;
+    std::error_code ec;
+    for (const auto& entry : fs::directory_iterator(root_ + "/class/block", ec)) {
+        if (auto b = fromPath(RealPath(entry.path().string()))) out.push_back(std::move(*b));
+    }
+    std::sort(out.begin(), out.end(),
+              [](const BlockDevice& a, const BlockDevice& b) { return NaturalLess(a.name, b.name); });
+    return out;
+}
+
+std::vector<DiskInfo> Sysfs::Disks() const {
+    std::vector<DiskInfo> out;
+    for (const auto& b : All()) {
+        if (b.partition != 0) continue;
+        if (auto d = Disk(b.name)) out.push_back(std::move(*d));
+    }
+    return out;
+}
+
+std::vector<BlockDevice> Sysfs::Partitions(const std::string& diskName) const {
+    std::vector<BlockDevice> out;
+    for (auto& b : All())
+        if (b.partition != 0 && b.diskName == diskName) out.push_back(std::move(b));
+    std::sort(out.begin(), out.end(),
+              [](const BlockDevice& a, const BlockDevice& b) { return a.partition < b.partition; });
+    return out;
+}
+
+std::optional<DiskInfo> Sysfs::Disk(const std::string& diskName) const {
+    const auto b = ByName(diskName);
+    if (!b || b->partition != 0) return std::nullopt;
+    DiskInfo d;
+    d.name = b->name;
+    d.path = b->path;
+    d.devNode = b->devNode;
+    d.major = b->major;
+    d.minor = b->minor;
+    d.removable = ReadAttr(d.path + "/removable") == "1";
+    d.sizeBytes = 0;
+    {
+        const std::string size = ReadAttr(d.path + "/size");
+        std::uint64_t sectors = 0;
+        std::from_chars(size.data(), size.data() + size.size(), sectors);
+        d.sizeBytes = sectors * 512;
+    }
+
+    // The device folder below the disk (a SCSI device "H:C:T:L", an NVMe
+    // controller, an MMC card), when the disk has one.
+    std::string device = RealPath(d.path + "/device");
+    const std::string scsiType = device.empty() ? std::string() : ReadAttr(device + "/type");
+    if (d.name.starts_with("sr") || (Base(device).find(':') != std::string::npos && scsiType == "5"))
+        d.kind = DiskKind::CdRom;
+    else if (d.name.starts_with("fd"))
+        d.kind = DiskKind::Floppy;
+    if (!device.empty()) {
+        const std::string hctl = Base(device);
+        if (std::count(hctl.begin(), hctl.end(), ':') == 3) d.lun = ToNumber(hctl.substr(hctl.rfind(':') + 1));
+        d.vendor = ReadAttr(device + "/vendor");
+        d.model = ReadAttr(device + "/model");
+        d.revision = ReadAttr(device + "/rev");
+        if (d.revision.empty()) d.revision = ReadAttr(device + "/firmware_rev");
+        d.serial = ReadAttr(device + "/serial");
+        if (d.model.empty()) d.model = ReadAttr(device + "/name"); // MMC cards
+    }
+    if (d.serial.empty()) d.serial = ReadAttr(d.path + "/serial"); // virtio
+
+    // The nearest folder above the disk that is a USB device (it has idVendor).
+    const std::string stop = RealPath(root_ + "/devices");
+    for (std::string up = Parent(d.path); up.size() > 1 && (stop.empty() || StartsWithPath(up, stop)) && up != stop;
+         up = Parent(up)) {
+        if (Exists(up + "/idVendor") && Exists(up + "/idProduct")) {
+            d.usbDevice = up;
+            break;
+        }
+    }
+
+    const std::string& p = d.path;
+    auto has = [&](const char* component) { return p.find(component) != std::string::npos; };
+    if (!d.usbDevice.empty()) {
+        d.busType = bus::kUsb;
+        d.hotplug = true;
+        const std::string serial = ReadAttr(d.usbDevice + "/serial");
+        if (!serial.empty()) d.serial = serial;
+        if (d.vendor.empty()) d.vendor = ReadAttr(d.usbDevice + "/manufacturer");
+        if (d.model.empty()) d.model = ReadAttr(d.usbDevice + "/product");
+    } else if (has("/ata")) {
+        d.busType = bus::kSata;
+    } else if (has("/nvme")) {
+        d.busType = bus::kNvme;
+    } else if (has("/mmc")) {
+        const std::string type = device.empty() ? std::string() : ReadAttr(device + "/type");
+        d.busType = type == "MMC" ? bus::kMmc : bus::kSd;
+        d.hotplug = type != "MMC";
+    } else if (has("/firewire") || has("/fw")) {
+        d.busType = bus::k1394;
+        d.hotplug = true;
+    } else if (d.name.starts_with("loop")) {
+        d.busType = bus::kFileBackedVirtual;
+        d.loop = true;
+        d.backingFile = ReadAttr(d.path + "/loop/backing_file");
+    } else if (d.name.starts_with("md")) {
+        d.busType = bus::kRaid;
+    } else if (has("/virtio") || has("/virtual/")) {
+        d.busType = bus::kVirtual;
+    } else if (has("/host") || has("/target")) {
+        d.busType = bus::kScsi;
+    }
+    return d;
+}
+
+std::string Sysfs::PnpDeviceId(const DiskInfo& d) {
+    const bool usb = d.busType == bus::kUsb;
+    std::string vendor = Trim(d.vendor), model = Trim(d.model), rev = Trim(d.revision);
+    if (model.empty() && d.loop) model = "Loop device";
+    if (model.empty()) model = d.name;
+    std::string id = usb ? "USBSTOR\\" : "SCSI\\";
+    id += d.kind == DiskKind::CdRom ? "CDROM" : "DISK";
+    id += "&VEN_" + Underscores(vendor.substr(0, 8)) + "&PROD_" + Underscores(model.substr(0, 16)) + "&REV_" +
+          Underscores(rev.substr(0, 4));
+    std::string serial = Trim(d.serial);
+    if (serial.empty()) serial = d.name;
+    for (char& c : serial)
+        if (c == '\\' || c == ' ' || c == '&') c = '_';
+    return id + "\\" + serial + "&" + std::to_string(d.lun);
+}
+
+std::string Sysfs::Caption(const DiskInfo& d) {
+    std::string text = Trim(Trim(d.vendor) + " " + Trim(d.model));
+    if (text.empty()) text = d.loop ? "Loop device" : d.name;
+    if (d.busType == bus::kUsb) text += " USB Device";
+    return text;
+}
+
+} // namespace linuxbk

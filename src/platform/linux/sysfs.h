@@ -1,0 +1,89 @@
+#pragma once
+// The block devices as sysfs describes them, read from a root folder given
+// as a parameter ("/sys" on a running system, a fixture tree in tests):
+// whole disks and partitions, the storage bus a disk sits on, the USB device
+// above it, and its vendor, model, revision and serial.
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace linuxbk {
+
+// The storage bus numbers the storage driver reports (STORAGE_BUS_TYPE).
+namespace bus {
+inline constexpr std::uint32_t kUnknown = 0;
+inline constexpr std::uint32_t kScsi = 1;
+inline constexpr std::uint32_t kAta = 3;
+inline constexpr std::uint32_t k1394 = 4;
+inline constexpr std::uint32_t kUsb = 7;
+inline constexpr std::uint32_t kRaid = 8;
+inline constexpr std::uint32_t kSata = 0xB;
+inline constexpr std::uint32_t kSd = 0xC;
+inline constexpr std::uint32_t kMmc = 0xD;
+inline constexpr std::uint32_t kVirtual = 0xE;
+inline constexpr std::uint32_t kFileBackedVirtual = 0xF;
+inline constexpr std::uint32_t kNvme = 0x11;
+} // namespace bus
+
+enum class DiskKind { Disk, CdRom, Floppy };
+
+// One block device: a whole disk or a partition.
+struct BlockDevice {
+    std::string name;    // kernel name: "sdb1"
+    std::string path;    // its sysfs folder, resolved
+    std::string devNode; // "/dev/sdb1"
+    std::uint32_t major = 0, minor = 0;
+    std::uint32_t partition = 0; // 0 for a whole disk
+    std::string diskName;        // the whole disk: "sdb"
+    std::string diskPath;
+};
+
+// What a whole disk tells about itself.
+struct DiskInfo {
+    std::string name; // "sdb"
+    std::string path;
+    std::string devNode;
+    std::uint32_t major = 0, minor = 0;
+    DiskKind kind = DiskKind::Disk;
+    bool removable = false; // the medium can be removed (sysfs "removable")
+    bool hotplug = false;   // the device can come and go: USB, FireWire, SD cards
+    std::uint64_t sizeBytes = 0;
+    std::uint32_t busType = bus::kUnknown;
+    std::string usbDevice; // the USB device folder above it ("" when none)
+    std::string vendor, model, revision, serial;
+    std::uint32_t lun = 0;
+    bool loop = false;
+    std::string backingFile; // loop devices
+};
+
+class Sysfs {
+public:
+    explicit Sysfs(std::string root = "/sys") : root_(std::move(root)) {}
+    const std::string& Root() const { return root_; }
+
+    std::optional<BlockDevice> ByNumber(std::uint32_t major, std::uint32_t minor) const;
+    std::optional<BlockDevice> ByName(const std::string& name) const;
+    // Every block device, sorted by kernel name.
+    std::vector<BlockDevice> All() const;
+    // Whole disks only (no partitions), sorted by kernel name.
+    std::vector<DiskInfo> Disks() const;
+    std::optional<DiskInfo> Disk(const std::string& diskName) const;
+    // The partitions of a whole disk, in partition order.
+    std::vector<BlockDevice> Partitions(const std::string& diskName) const;
+
+    // The number the storage driver reports for a whole disk: its device
+    // numbers as one value (major << 20 | minor), unique among present disks.
+    static std::uint32_t DeviceNumber(std::uint32_t major, std::uint32_t minor) { return major << 20 | minor; }
+
+    // "USBSTOR\DISK&VEN_SanDisk&PROD_Cruzer_Blade&REV_1.00\4C530001230516104323&0"
+    static std::string PnpDeviceId(const DiskInfo& disk);
+    // "SanDisk Cruzer Blade USB Device"
+    static std::string Caption(const DiskInfo& disk);
+
+private:
+    std::optional<BlockDevice> fromPath(const std::string& path) const;
+    std::string root_;
+};
+
+} // namespace linuxbk

@@ -1,0 +1,205 @@
+#include "platform/linux/udisks.h"
+
+#include <cstdio>
+#include <memory>
+
+#include <systemd/sd-bus.h>
+
+namespace linuxbk {
+
+namespace {
+
+constexpr const char* kService = "org.freedesktop.UDisks2";
+constexpr std::uint64_t kQueryTimeoutUs = 5'000'000;
+constexpr std::uint64_t kActionTimeoutUs = 60'000'000;
+
+struct BusDeleter {
+    void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+};
+struct MessageDeleter {
+    void operator()(sd_bus_message* m) const { sd_bus_message_unref(m); }
+};
+using Bus = std::unique_ptr<sd_bus, BusDeleter>;
+using Message = std::unique_ptr<sd_bus_message, MessageDeleter>;
+
+// sd_bus_error freed on scope exit.
+struct Error {
+    sd_bus_error e = SD_BUS_ERROR_NULL;
+    Error() = default;
+    Error(const Error&) = delete;
+    Error& operator=(const Error&) = delete;
+    ~Error() { sd_bus_error_free(&e); }
+};
+
+Bus Open() {
+    sd_bus* bus = nullptr;
+    if (sd_bus_open_system(&bus) < 0) return nullptr;
+    return Bus(bus);
+}
+
+Veto VetoOf(const std::string& name) {
+    if (name.find("DeviceBusy") != std::string::npos) return Veto::Busy;
+    if (name.find("NotAuthorized") != std::string::npos || name.find("AccessDenied") != std::string::npos)
+        return Veto::NotAuthorised;
+    return Veto::Failed;
+}
+
+BusResult Failure(const sd_bus_error& e, int r) {
+    BusResult out;
+    out.error = e.name != nullptr ? e.name : "";
+    out.detail = e.message != nullptr ? e.message : std::string("error ") + std::to_string(-r);
+    out.veto = VetoOf(out.error);
+    return out;
+}
+
+// Calls a method whose last argument is the options dictionary; extra holds
+// one leading string argument, when the method takes one.
+BusResult CallWithOptions(sd_bus* bus, const std::string& path, const char* interface, const char* member,
+                          const std::string* text = nullptr) {
+    sd_bus_message* raw = nullptr;
+    int r = sd_bus_message_new_method_call(bus, &raw, kService, path.c_str(), interface, member);
+    Message m(raw);
+    if (r >= 0) r = sd_bus_message_set_auto_start(m.get(), 0);
+    if (r >= 0 && text != nullptr) r = sd_bus_message_append(m.get(), "s", text->c_str());
+    if (r >= 0) r = sd_bus_message_append(m.get(), "a{sv}", 1, "auth.no_user_interaction", "b", 1);
+    Error error;
+    sd_bus_message* reply = nullptr;
+    if (r >= 0) r = sd_bus_call(bus, m.get(), kActionTimeoutUs, &error.e, &reply);
+    Message answer(reply);
+    if (r < 0) return Failure(error.e, r);
+    return {};
+}
+
+std::optional<std::string> StringProperty(sd_bus* bus, const std::string& path, const char* interface,
+                                          const char* member) {
+    Error error;
+    char* value = nullptr;
+    if (sd_bus_get_property_string(bus, kService, path.c_str(), interface, member, &error.e, &value) < 0)
+        return std::nullopt;
+    std::string out(value != nullptr ? value : "");
+    std::free(value);
+    return out;
+}
+
+std::optional<std::string> ObjectProperty(sd_bus* bus, const std::string& path, const char* interface,
+                                          const char* member) {
+    Error error;
+    sd_bus_message* reply = nullptr;
+    if (sd_bus_get_property(bus, kService, path.c_str(), interface, member, &error.e, &reply, "o") < 0)
+        return std::nullopt;
+    Message answer(reply);
+    const char* value = nullptr;
+    if (sd_bus_message_read(answer.get(), "o", &value) < 0 || value == nullptr) return std::nullopt;
+    return std::string(value);
+}
+
+std::optional<bool> BoolProperty(sd_bus* bus, const std::string& path, const char* interface, const char* member) {
+    Error error;
+    int value = 0;
+    if (sd_bus_get_property_trivial(bus, kService, path.c_str(), interface, member, &error.e, 'b', &value) < 0)
+        return std::nullopt;
+    return value != 0;
+}
+
+// True when the object offers the interface (a property of it can be read).
+bool HasInterface(sd_bus* bus, const std::string& path, const char* interface, const char* probe) {
+    Error error;
+    sd_bus_message* reply = nullptr;
+    const int r = sd_bus_call_method(bus, kService, path.c_str(), "org.freedesktop.DBus.Properties", "Get", &error.e,
+                                     &reply, "ss", interface, probe);
+    Message answer(reply);
+    return r >= 0;
+}
+
+bool NameHasOwner(sd_bus* bus) {
+    Error error;
+    sd_bus_message* reply = nullptr;
+    const int r = sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                     "NameHasOwner", &error.e, &reply, "s", kService);
+    Message answer(reply);
+    int has = 0;
+    return r >= 0 && sd_bus_message_read(answer.get(), "b", &has) >= 0 && has != 0;
+}
+
+} // namespace
+
+const char* VetoName(Veto veto) {
+    switch (veto) {
+    case Veto::None:
+        return "none";
+    case Veto::Busy:
+        return "busy";
+    case Veto::NotAuthorised:
+        return "not authorised";
+    case Veto::Failed:
+        return "failed";
+    case Veto::SystemDrive:
+        return "system drive";
+    case Veto::NoDevice:
+        return "no such device";
+    }
+    return "failed";
+}
+
+bool UDisks::Available() {
+    const Bus bus = Open();
+    return bus && NameHasOwner(bus.get());
+}
+
+std::string UDisks::BlockObject(const std::string& kernelName) {
+    std::string path = "/org/freedesktop/UDisks2/block_devices/";
+    for (char c : kernelName) {
+        if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_') {
+            path += c;
+        } else {
+            char hex[4];
+            std::snprintf(hex, sizeof hex, "_%02x", static_cast<unsigned char>(c));
+            path += hex;
+        }
+    }
+    return path;
+}
+
+std::optional<UDisks::Identity> UDisks::IdOf(const std::string& kernelName) {
+    const Bus bus = Open();
+    if (!bus || !NameHasOwner(bus.get())) return std::nullopt;
+    const std::string path = BlockObject(kernelName);
+    auto label = StringProperty(bus.get(), path, "org.freedesktop.UDisks2.Block", "IdLabel");
+    auto type = StringProperty(bus.get(), path, "org.freedesktop.UDisks2.Block", "IdType");
+    if (!label || !type) return std::nullopt;
+    Identity id{*label, *type, StringProperty(bus.get(), path, "org.freedesktop.UDisks2.Block", "IdUUID").value_or("")};
+    return id;
+}
+
+BusResult UDisks::Unmount(const std::string& kernelName) {
+    const Bus bus = Open();
+    if (!bus) return {Veto::Failed, "", "no system bus"};
+    BusResult r = CallWithOptions(bus.get(), BlockObject(kernelName), "org.freedesktop.UDisks2.Filesystem", "Unmount");
+    if (r.error.find("NotMounted") != std::string::npos) return {};
+    return r;
+}
+
+BusResult UDisks::PowerOff(const std::string& kernelName) {
+    const Bus bus = Open();
+    if (!bus) return {Veto::Failed, "", "no system bus"};
+    const std::string block = BlockObject(kernelName);
+    const auto drive = ObjectProperty(bus.get(), block, "org.freedesktop.UDisks2.Block", "Drive");
+    if (!drive) return {Veto::NoDevice, "", "udisks2 does not know " + kernelName};
+    if (*drive == "/") {
+        if (HasInterface(bus.get(), block, "org.freedesktop.UDisks2.Loop", "BackingFile"))
+            return CallWithOptions(bus.get(), block, "org.freedesktop.UDisks2.Loop", "Delete");
+        return {Veto::Failed, "", kernelName + " has no drive that could be powered off"};
+    }
+    if (BoolProperty(bus.get(), *drive, "org.freedesktop.UDisks2.Drive", "CanPowerOff").value_or(false))
+        return CallWithOptions(bus.get(), *drive, "org.freedesktop.UDisks2.Drive", "PowerOff");
+    return CallWithOptions(bus.get(), *drive, "org.freedesktop.UDisks2.Drive", "Eject");
+}
+
+BusResult UDisks::SetLabel(const std::string& kernelName, const std::string& label) {
+    const Bus bus = Open();
+    if (!bus) return {Veto::Failed, "", "no system bus"};
+    return CallWithOptions(bus.get(), BlockObject(kernelName), "org.freedesktop.UDisks2.Filesystem", "SetLabel",
+                           &label);
+}
+
+} // namespace linuxbk

@@ -1,0 +1,157 @@
+#include "platform/linux/util.h"
+
+#include <cctype>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace linuxbk {
+
+UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept {
+    if (this != &other) reset(other.release());
+    return *this;
+}
+
+void UniqueFd::reset(int fd) {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = fd;
+}
+
+std::optional<std::string> ReadFile(const std::string& path) {
+    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd) return std::nullopt;
+    std::string text;
+    char chunk[8192];
+    for (;;) {
+        const ssize_t got = ::read(fd.get(), chunk, sizeof chunk);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return std::nullopt;
+        if (got == 0) return text;
+        text.append(chunk, static_cast<std::size_t>(got));
+    }
+}
+
+std::string ReadAttr(const std::string& path) {
+    const auto text = ReadFile(path);
+    if (!text) return {};
+    return Trim(std::string_view(*text).substr(0, text->find('\n')));
+}
+
+std::string ReadLink(const std::string& path) {
+    char buffer[PATH_MAX];
+    const ssize_t n = ::readlink(path.c_str(), buffer, sizeof buffer);
+    if (n <= 0) return {};
+    return std::string(buffer, static_cast<std::size_t>(n));
+}
+
+std::string RealPath(const std::string& path) {
+    char* resolved = ::realpath(path.c_str(), nullptr);
+    if (resolved == nullptr) return {};
+    std::string out(resolved);
+    std::free(resolved);
+    return out;
+}
+
+bool Exists(const std::string& path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0;
+}
+
+bool IsDirectory(const std::string& path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+std::string Trim(std::string_view text) {
+    const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\0'; };
+    while (!text.empty() && blank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && blank(text.back())) text.remove_suffix(1);
+    return std::string(text);
+}
+
+std::string Upper(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return out;
+}
+
+std::string Lower(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+bool StartsWithPath(std::string_view path, std::string_view folder) {
+    if (folder == "/") return !path.empty() && path.front() == '/';
+    if (!path.starts_with(folder)) return false;
+    return path.size() == folder.size() || path[folder.size()] == '/';
+}
+
+void PutU32(std::span<std::uint8_t> out, std::size_t at, std::uint32_t value) {
+    for (std::size_t i = 0; i < 4 && at + i < out.size(); ++i)
+        out[at + i] = static_cast<std::uint8_t>(value >> (8 * i));
+}
+
+void PutU64(std::span<std::uint8_t, 8> out, std::uint64_t value) {
+    for (auto& b : out) {
+        b = static_cast<std::uint8_t>(value & 0xFF);
+        value >>= 8;
+    }
+}
+
+void CopyCut(std::span<char> out, std::string_view text) {
+    if (out.empty()) return;
+    const std::size_t n = std::min(text.size(), out.size() - 1);
+    std::memcpy(out.data(), text.data(), n);
+    out[n] = '\0';
+}
+
+std::u16string Utf8ToUtf16(std::string_view text) {
+    std::u16string out;
+    for (std::size_t i = 0; i < text.size();) {
+        const auto lead = static_cast<unsigned char>(text[i]);
+        std::uint32_t cp = lead;
+        std::size_t more = 0;
+        if (lead >= 0xF0) {
+            cp = lead & 0x07;
+            more = 3;
+        } else if (lead >= 0xE0) {
+            cp = lead & 0x0F;
+            more = 2;
+        } else if (lead >= 0xC0) {
+            cp = lead & 0x1F;
+            more = 1;
+        }
+        ++i;
+        for (; more > 0 && i < text.size(); --more, ++i) cp = (cp << 6) | (static_cast<unsigned char>(text[i]) & 0x3F);
+        if (cp >= 0x10000) {
+            cp -= 0x10000;
+            out += static_cast<char16_t>(0xD800 + (cp >> 10));
+            out += static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
+        } else {
+            out += static_cast<char16_t>(cp);
+        }
+    }
+    return out;
+}
+
+std::string UnescapeHex(std::string_view text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\' && i + 3 < text.size() && text[i + 1] == 'x' &&
+            std::isxdigit(static_cast<unsigned char>(text[i + 2])) &&
+            std::isxdigit(static_cast<unsigned char>(text[i + 3]))) {
+            out += static_cast<char>(std::stoi(std::string(text.substr(i + 2, 2)), nullptr, 16));
+            i += 3;
+        } else {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
+} // namespace linuxbk

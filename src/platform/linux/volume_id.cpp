@@ -1,0 +1,118 @@
+#include "platform/linux/volume_id.h"
+
+#include <cctype>
+#include <cstring>
+
+#include <blkid/blkid.h>
+#include <fcntl.h>
+#include <libudev.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include "platform/linux/udisks.h"
+#include "platform/linux/util.h"
+
+namespace linuxbk {
+
+namespace {
+
+struct Found {
+    bool answered = false;
+    std::string label, type, uuid;
+};
+
+Found FromUdev(std::uint32_t major, std::uint32_t minor) {
+    Found f;
+    udev* u = udev_new();
+    if (u == nullptr) return f;
+    if (udev_device* d = udev_device_new_from_devnum(u, 'b', makedev(major, minor))) {
+        const char* type = udev_device_get_property_value(d, "ID_FS_TYPE");
+        const char* labelEnc = udev_device_get_property_value(d, "ID_FS_LABEL_ENC");
+        const char* label = udev_device_get_property_value(d, "ID_FS_LABEL");
+        const char* uuid = udev_device_get_property_value(d, "ID_FS_UUID");
+        if (type != nullptr && *type != '\0') {
+            f.answered = true;
+            f.type = type;
+            f.label = labelEnc != nullptr ? UnescapeHex(labelEnc) : (label != nullptr ? label : "");
+            f.uuid = uuid != nullptr ? uuid : "";
+        }
+        udev_device_unref(d);
+    }
+    udev_unref(u);
+    return f;
+}
+
+Found FromIoctl(const std::string& folder) {
+    Found f;
+    UniqueFd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK));
+    if (!fd) return f;
+    char label[FSLABEL_MAX] = {};
+    if (::ioctl(fd.get(), FS_IOC_GETFSLABEL, label) == 0) {
+        f.answered = true;
+        f.label = std::string(label, strnlen(label, sizeof label));
+    }
+    return f;
+}
+
+Found FromBlkid(const std::string& devNode) {
+    Found f;
+    blkid_probe probe = blkid_new_probe_from_filename(devNode.c_str());
+    if (probe == nullptr) return f;
+    blkid_probe_enable_superblocks(probe, 1);
+    blkid_probe_set_superblocks_flags(probe, BLKID_SUBLKS_LABEL | BLKID_SUBLKS_TYPE | BLKID_SUBLKS_UUID);
+    if (blkid_do_safeprobe(probe) == 0) {
+        const char* value = nullptr;
+        if (blkid_probe_lookup_value(probe, "TYPE", &value, nullptr) == 0 && value != nullptr) {
+            f.answered = true;
+            f.type = value;
+        }
+        if (blkid_probe_lookup_value(probe, "LABEL", &value, nullptr) == 0 && value != nullptr) f.label = value;
+        if (blkid_probe_lookup_value(probe, "UUID", &value, nullptr) == 0 && value != nullptr) f.uuid = value;
+    }
+    blkid_free_probe(probe);
+    return f;
+}
+
+} // namespace
+
+VolumeId IdentifyVolume(const DriveRecord& drive) {
+    VolumeId id;
+    if (drive.kind == DriveKind::Network || !drive.Ready()) {
+        id.type = drive.fsType;
+        id.from = "mount";
+        return id;
+    }
+    const std::string mountType = drive.fsType == "fuseblk" ? std::string() : drive.fsType;
+    if (drive.block) {
+        if (const auto u = UDisks::IdOf(drive.block->name); u && !u->type.empty()) {
+            return {u->label, u->type, u->uuid, "udisks2"};
+        }
+    }
+    if (drive.major != 0) {
+        const Found f = FromUdev(drive.major, drive.minor);
+        if (f.answered) return {f.label, f.type, f.uuid, "udev"};
+    }
+    const Found byIoctl = FromIoctl(drive.mountPoint);
+    Found probe;
+    if (!drive.devNode.empty()) probe = FromBlkid(drive.devNode); // the UUID, and the type behind fuseblk
+    if (byIoctl.answered) {
+        id = {byIoctl.label, mountType.empty() ? probe.type : mountType, probe.uuid, "ioctl"};
+        return id;
+    }
+    if (probe.answered) return {probe.label, probe.type, probe.uuid, "blkid"};
+    return {"", mountType, "", "mount"};
+}
+
+std::uint32_t SerialFromUuid(const std::string& uuid) {
+    std::string hex;
+    for (char c : uuid) {
+        if (std::isxdigit(static_cast<unsigned char>(c))) hex += c;
+        if (hex.size() == 8) break;
+    }
+    if (hex.empty()) return 0;
+    return static_cast<std::uint32_t>(std::stoul(hex, nullptr, 16));
+}
+
+} // namespace linuxbk
