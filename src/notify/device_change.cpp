@@ -59,6 +59,7 @@ void ForgetProgram(const app::Program& prog) {
 }
 
 void DeviceArrived(app::Program& prog) {
+    prog.BusTypes.clear();
     UpdateTray(prog);
     if (prog.gDrive) {
         prog.gDrive->mp_GetDriveTyps();
@@ -71,6 +72,7 @@ void DeviceArrived(app::Program& prog) {
 }
 
 void DeviceRemoved(app::Program& prog) {
+    prog.BusTypes.clear();
     if (prog.gDrive) prog.gDrive->RemoveUSB_Info();
     UpdateTray(prog);
     BringBack(prog);
