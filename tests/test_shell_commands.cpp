@@ -1,0 +1,248 @@
+// The shell's change reports in the event log, the second subclass of the
+// window, and the user's commands that act outside the program.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+
+#include "app/frmMain.h"
+#include "drives/cDrive.h"
+#include "notify/shell_notify.h"
+#include "platform/fake/headless_view.h"
+#include "platform/fake/machine.h"
+
+namespace {
+
+using app::Ctl;
+
+const std::string kFolder = "C:\\Kestrine";
+
+struct Rig {
+    fake::Machine machine;
+    platform::Services services{machine.services()};
+    fake::HeadlessView view;
+    std::unique_ptr<app::frmMain> form;
+
+    Rig() {
+        fake::Drive c;
+        c.root = "C:\\";
+        c.type = platform::kDriveFixed;
+        c.label = "System";
+        c.totalBytes = 100ull << 30;
+        c.freeBytes = 40ull << 30;
+        machine.AddDrive(c);
+        fake::Drive e = c;
+        e.root = "E:\\";
+        e.type = platform::kDriveRemovable;
+        e.label = "STICK";
+        machine.AddDrive(e);
+        machine.SetProgramFolder(kFolder);
+        machine.AddFolder(kFolder);
+    }
+    void Start() {
+        form = std::make_unique<app::frmMain>(services, view);
+        form->Form_Load();
+        form->Resize();
+        view.Activate();
+    }
+    std::string Log() const { return view.Text(Ctl::Text1); }
+    std::vector<fake::Call> Started() const { return machine.Calls("CreateProcessA"); }
+};
+
+// --- the event log ---
+
+TEST(ShellLog, ItemsAreNamedWithTheirPathsAndEveryEntryEndsWithAnEmptyLine) {
+    Rig rig;
+    rig.Start();
+    ASSERT_TRUE(rig.machine.ShellRegistered());
+    const auto file = rig.machine.ShellItem("notes.txt", "E:\\notes.txt");
+    ASSERT_TRUE(rig.machine.ShellReport(0x2, file, 0));
+    EXPECT_EQ(rig.Log(), "SHCNE_CREATE\r\nfirst item displayname: notes.txt\r\nfirst item path: E:\\notes.txt\r\n\r\n");
+    EXPECT_EQ(rig.view.SelStart(Ctl::Text1), static_cast<int>(rig.Log().size()));
+
+    // A rename names both items; an item the shell cannot name is invalid.
+    const std::string before = rig.Log();
+    rig.machine.ShellReport(0x1, rig.machine.ShellItem("old.txt", "E:\\old.txt"),
+                            rig.machine.ShellItem("new.txt", "E:\\new.txt"));
+    rig.machine.ShellReport(0x4, rig.machine.ShellItem("", "E:\\gone.txt"), 0);
+    EXPECT_EQ(rig.Log().substr(before.size()),
+              "SHCNE_RENAMEITEM\r\nfirst item displayname: old.txt\r\nfirst item path: E:\\old.txt\r\n"
+              "second item displayname: new.txt\r\nsecond item path: E:\\new.txt\r\n\r\n"
+              "SHCNE_DELETE\r\nfirst item is invalid\r\n\r\n");
+}
+
+TEST(ShellLog, ValueEventsAndUnnamedCodes) {
+    Rig rig;
+    rig.Start();
+    rig.machine.ShellValueReport(0x8000, 12);
+    rig.machine.ShellValueReport(0x40000, (1u << 2) | (1u << 4)); // C and E
+    rig.machine.ShellValueReport(0x40000, 0);
+    rig.machine.ShellValueReport(0x4000000, 2, rig.machine.ShellItem("Start Menu", "C:\\Start"));
+    rig.machine.ShellValueReport(0x4000000, 9, 0);
+    rig.machine.ShellReport(0x3, 0, 0); // two bits together have no name
+    EXPECT_EQ(rig.Log(), "SHCNE_UPDATEIMAGE\r\nIndex of image in system imagelist: 12\r\n\r\n"
+                         "SHCNE_FREESPACE\r\nC:\\\r\nE:\\\r\n\r\n"
+                         "SHCNE_FREESPACE\r\n\r\n"
+                         "SHCNE_EXTENDED_EVENT\r\nSHCNEE_ORDERCHANGED\r\nchanged item displayname: Start Menu\r\n"
+                         "changed item path: C:\\Start\r\n\r\n"
+                         "SHCNE_EXTENDED_EVENT\r\nunknown extended event\r\nshns.dwItem2: 0\r\n\r\n"
+                         "\r\n\r\n");
+    EXPECT_EQ(app::frmMain::ShellEventName(0x80000000u), "SHCNE_INTERRUPT");
+    EXPECT_EQ(app::frmMain::ShellEventName(0x0C0581E0u), "SHCNE_GLOBALEVENTS");
+    EXPECT_EQ(app::frmMain::TrimAtNull(std::string("ab\0cd", 5)), "ab");
+}
+
+TEST(ShellLog, AReportRefreshesTheCaptionAndIsForwarded) {
+    Rig rig;
+    rig.machine.FindDrive("E:")->label = "STICK";
+    rig.Start();
+    const auto ownBefore = rig.machine.OwnProcedureMessages().size();
+    rig.machine.ShellReport(0x100, rig.machine.ShellItem("STICK (E:)", "E:\\"), 0);
+    EXPECT_EQ(rig.machine.OwnProcedureMessages().size(), ownBefore + 1);
+    EXPECT_EQ(rig.machine.OwnProcedureMessages().back().message, platform::kWmShNotify);
+    EXPECT_TRUE(rig.view.Enabled(Ctl::tmrFlashMe));
+    EXPECT_EQ(rig.form->FlashInterval(), 0) << "a report does not make the window flash";
+}
+
+TEST(ShellLog, FlashTimerInvertsSixTimesThenStops) {
+    Rig rig;
+    rig.Start();
+    rig.view.SetEnabled(Ctl::tmrFlashMe, true);
+    for (int i = 0; i < 6; ++i) rig.view.TimerTick(Ctl::tmrFlashMe);
+    EXPECT_EQ(rig.machine.Calls("FlashWindow").size(), 6u);
+    EXPECT_FALSE(rig.view.Enabled(Ctl::tmrFlashMe));
+    EXPECT_EQ(rig.form->FlashInterval(), 1);
+}
+
+// --- the second subclass ---
+
+TEST(Subclass, ASecondSubclassAndRegistrationChangeNothing) {
+    Rig rig;
+    rig.Start();
+    const auto procedure = rig.machine.CurrentProcedure(rig.view.hWnd());
+    const auto registrations = rig.machine.Calls("SHChangeNotifyRegister");
+    ASSERT_EQ(registrations.size(), 1u);
+    EXPECT_EQ(registrations[0].args[1], "0xFF");
+    EXPECT_EQ(registrations[0].args[2], "0xFFFFFFFF");
+    EXPECT_EQ(registrations[0].args[3], "1025");
+    EXPECT_EQ(registrations[0].args[5], "recursive");
+
+    rig.form->SubClassNotify();
+    EXPECT_EQ(rig.machine.CurrentProcedure(rig.view.hWnd()), procedure);
+    EXPECT_EQ(rig.machine.Calls("SHChangeNotifyRegister").size(), 1u);
+    EXPECT_TRUE(rig.machine.MessageBoxes().empty());
+}
+
+TEST(Subclass, OtherMessagesPassThroughWithTheNextProceduresResult) {
+    Rig rig;
+    rig.Start();
+    rig.machine.Deliver(rig.view.hWnd(), 0x200, 1, 2);
+    ASSERT_FALSE(rig.machine.OwnProcedureMessages().empty());
+    EXPECT_EQ(rig.machine.OwnProcedureMessages().back().message, 0x200u);
+    EXPECT_EQ(rig.machine.Beeps(), 0);
+}
+
+// --- commands ---
+
+TEST(Commands, SiblingToolsAreFoundInOrderAndStartedOnTheSelectedDrive) {
+    {
+        Rig rig; // beside the program
+        rig.machine.AddFile(kFolder + "\\Quorra.exe", "exe");
+        rig.machine.AddFile("C:\\Drive_G\\Tillaby\\Quorra\\Quorra.exe", "exe");
+        rig.Start();
+        rig.view.UserSelectRows(Ctl::ListView1, {2});
+        rig.view.UserClick(Ctl::cmdSelectUtility);
+        ASSERT_EQ(rig.Started().size(), 1u);
+        EXPECT_EQ(rig.Started()[0].args[0], "\"C:\\Kestrine\\Quorra.exe\"");
+        EXPECT_EQ(rig.Started()[0].args[1], "\"C:\\Kestrine\\Quorra.exe E:\\\"");
+    }
+    {
+        Rig rig; // on E: with D: an empty optical drive
+        fake::Drive d;
+        d.root = "D:\\";
+        d.type = platform::kDriveCdrom;
+        d.ready = false;
+        rig.machine.AddDrive(d);
+        rig.machine.AddFile("E:\\Drive_G\\Tillaby\\Quorra\\Quorra.exe", "exe");
+        rig.Start();
+        rig.view.UserClick(Ctl::mnuQuorraFiles);
+        ASSERT_EQ(rig.Started().size(), 1u);
+        EXPECT_EQ(rig.Started()[0].args[1], "\"E:\\Drive_G\\Tillaby\\Quorra\\Quorra.exe C:\\\"");
+    }
+    {
+        Rig rig; // Brindle at its fixed path, from the pop-up; the folder is restored
+        rig.machine.AddFile("C:\\Drive_G\\Tillaby\\Farrowind\\Brindle\\Brindle.exe", "exe");
+        rig.machine.AddFolder("E:\\Work");
+        rig.machine.SetCurDir("E:\\Work");
+        rig.Start();
+        rig.view.UserClick(Ctl::mnuPopup6);
+        ASSERT_EQ(rig.Started().size(), 1u);
+        EXPECT_EQ(rig.Started()[0].args[0], "\"C:\\Drive_G\\Tillaby\\Farrowind\\Brindle\\Brindle.exe\"");
+        EXPECT_EQ(rig.machine.CurDir(), "E:\\Work");
+    }
+}
+
+TEST(Commands, AMissingToolIsReportedOnceAndNothingStarts) {
+    Rig rig;
+    rig.Start();
+    rig.view.UserClick(Ctl::cmdBrindle);
+    ASSERT_EQ(rig.machine.MessageBoxes().size(), 1u);
+    EXPECT_EQ(rig.machine.MessageBoxes()[0].text, "Cannot find the Brindle.");
+    EXPECT_EQ(rig.machine.MessageBoxes()[0].type, platform::kMbIconExclamation);
+    EXPECT_TRUE(rig.Started().empty());
+    EXPECT_EQ(rig.form->LocateThisProgram(":\\nowhere.exe"), "Z:\\nowhere.exe");
+}
+
+TEST(Commands, LabelQuestionLimitAndWrite) {
+    Rig rig;
+    rig.Start();
+    rig.view.UserSelectRows(Ctl::ListView1, {2});
+
+    rig.view.UserType(Ctl::txtDT_Cap, "TWELVECHARSX");
+    rig.machine.QueueAnswer(platform::kIdYes);
+    rig.view.UserClick(Ctl::cmdSetLabel);
+    ASSERT_EQ(rig.machine.MessageBoxes().size(), 2u);
+    EXPECT_EQ(rig.machine.MessageBoxes()[0].type, 292u);
+    EXPECT_EQ(rig.machine.MessageBoxes()[1].text, "Max. length of label is 11 characters !");
+    EXPECT_EQ(rig.view.SelStart(Ctl::txtDT_Cap), 11);
+    EXPECT_EQ(rig.view.SelLength(Ctl::txtDT_Cap), 1);
+    EXPECT_TRUE(rig.view.Focused(Ctl::txtDT_Cap));
+    EXPECT_TRUE(rig.machine.Calls("SetVolumeLabelA").empty());
+
+    rig.view.UserType(Ctl::txtDT_Cap, "ELEVENCHARS");
+    rig.view.UserClick(Ctl::cmdSetLabel); // no answer queued: No is the default
+    EXPECT_TRUE(rig.machine.Calls("SetVolumeLabelA").empty());
+
+    rig.machine.QueueAnswer(platform::kIdYes);
+    rig.view.UserClick(Ctl::cmdSetLabel);
+    EXPECT_EQ(rig.machine.FindDrive("E:")->label, "ELEVENCHARS");
+}
+
+TEST(Commands, ExplorerRecycleBinAboutAndSeparators) {
+    Rig rig;
+    rig.Start();
+    rig.view.SetItemSelected(Ctl::ListView1, 1, false);
+    rig.view.UserClick(Ctl::cmdExplore); // nothing selected: nothing happens
+    EXPECT_TRUE(rig.machine.Calls("ShellExecuteA").empty());
+
+    rig.view.UserSelectRows(Ctl::ListView1, {2});
+    rig.view.UserClick(Ctl::mnuPopup2);
+    rig.view.UserClick(Ctl::mnuRecycleBin);
+    for (Ctl separator : {Ctl::mnuPopup1, Ctl::mnuPopup4, Ctl::mnuPopup7}) rig.view.UserClick(separator);
+    const auto shell = rig.machine.Calls("ShellExecuteA");
+    ASSERT_EQ(shell.size(), 2u);
+    EXPECT_EQ(shell[0].args[1], "\"explore\"");
+    EXPECT_EQ(shell[0].args[2], "\"E:\\\"");
+    EXPECT_EQ(shell[0].args[4], "\"E:\\\"");
+    EXPECT_EQ(shell[1].args[0], "0");
+    EXPECT_EQ(shell[1].args[3], "\"/root,::{645FF040-5081-101B-9F08-00AA002F954E}\"");
+
+    rig.view.UserClick(Ctl::cmdAbout);
+    ASSERT_EQ(rig.machine.MessageBoxes().size(), 1u);
+    const std::string& about = rig.machine.MessageBoxes()[0].text;
+    EXPECT_EQ(about.substr(about.size() - 2), "\r\n");
+    EXPECT_EQ(std::count(about.begin(), about.end(), '\n'), 4);
+}
+
+} // namespace
