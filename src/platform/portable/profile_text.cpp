@@ -113,7 +113,10 @@ std::string WriteString(std::string_view content, std::string_view section, std:
         }
     } else {
         if (!out.empty() && !Trim(out.back()).empty()) out.emplace_back();
-        out.push_back("[" + std::string(section) + "]");
+        std::string header(1, '[');
+        header.append(section);
+        header.push_back(']');
+        out.push_back(std::move(header));
         out.push_back(entry(key));
     }
 
