@@ -47,6 +47,6 @@ TEST_P(DocsExample, SimPrintsTheDocumentedTranscript) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Examples, DocsExample, ::testing::Values("example-start", "example-stick"));
+INSTANTIATE_TEST_SUITE_P(Examples, DocsExample, ::testing::Values("example-start", "example-stick", "example-quorra"));
 
 } // namespace

@@ -54,16 +54,6 @@ std::uint32_t EjectAnswer(const json& a) {
 } // namespace
 
 void LoadHardware(Machine& m, const json& doc) {
-    if (doc.contains("drives") && doc["drives"].is_array()) {
-        for (const json& d : doc["drives"]) {
-            Drive* drive = m.FindDrive(Str(d, "root"));
-            if (drive == nullptr) continue;
-            drive->bus = Number(d, "bus");
-            drive->deviceNumber = Number(d, "deviceNumber");
-            drive->dosDevice = Str(d, "dosDevice");
-            drive->openable = Flag(d, "openable", true);
-        }
-    }
     if (doc.contains("deviceTree")) {
         for (const json& n : Array(doc, "deviceTree")) {
             Device device;

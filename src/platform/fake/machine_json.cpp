@@ -44,6 +44,11 @@ Drive ParseDrive(const json& d) {
     drive.readOnly = Flag(d, "readOnly", false);
     drive.serial = Num<std::uint32_t>(d, "serial", 0);
     drive.shareName = Str(d, "shareName");
+    // What the volume's storage driver answers.
+    if (d.contains("bus")) drive.bus = Num<std::uint32_t>(d, "bus", 0);
+    if (d.contains("deviceNumber")) drive.deviceNumber = Num<std::uint32_t>(d, "deviceNumber", 0);
+    drive.dosDevice = Str(d, "dosDevice");
+    drive.openable = Flag(d, "openable", true);
     return drive;
 }
 
