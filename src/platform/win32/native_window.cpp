@@ -456,8 +456,8 @@ bool Window::build() {
                                  CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT, main_, nullptr, instance, nullptr);
 
     // Table order puts every container before what it holds.
-    for (const auto& spec : app::FormTable())
-        if (spec.id != Ctl::frmMain) at(spec.id).hwnd = createControl(spec);
+    for (const auto& row : app::FormTable())
+        if (row.id != Ctl::frmMain) at(row.id).hwnd = createControl(row);
     buildMenuBar();
     keepHiddenBelow();
     return true;
