@@ -1,5 +1,7 @@
 #include "platform/fake/handles.h"
 
+#include "platform/portable/text.h"
+
 #include <algorithm>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -32,36 +34,6 @@ template <typename T> void Put(std::span<std::uint8_t> out, std::size_t offset, 
     for (std::size_t i = 0; i < sizeof(T); ++i) {
         out[offset + i] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> (8 * i));
     }
-}
-
-// UTF-8 (as the description is written) to UTF-16 code units.
-std::u16string Utf16(std::string_view text) {
-    std::u16string out;
-    for (std::size_t i = 0; i < text.size();) {
-        const auto lead = static_cast<unsigned char>(text[i]);
-        std::uint32_t cp = lead;
-        std::size_t more = 0;
-        if (lead >= 0xF0) {
-            cp = lead & 0x07;
-            more = 3;
-        } else if (lead >= 0xE0) {
-            cp = lead & 0x0F;
-            more = 2;
-        } else if (lead >= 0xC0) {
-            cp = lead & 0x1F;
-            more = 1;
-        }
-        ++i;
-        for (; more > 0 && i < text.size(); --more, ++i) cp = (cp << 6) | (static_cast<unsigned char>(text[i]) & 0x3F);
-        if (cp >= 0x10000) {
-            cp -= 0x10000;
-            out += static_cast<char16_t>(0xD800 + (cp >> 10));
-            out += static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
-        } else {
-            out += static_cast<char16_t>(cp);
-        }
-    }
-    return out;
 }
 
 [[noreturn]] void Fail(const std::string& what) { throw std::runtime_error("machine description: " + what); }
@@ -297,7 +269,7 @@ NtStatus NativeHandles::NtQueryObject(Handle handle, std::uint32_t objectInforma
     } else if (objectInformationClass != platform::kObjectNameInformation) {
         status = kStatusInvalidInfoClass;
     } else {
-        const std::u16string name = Utf16(slot->entry.name);
+        const std::u16string name = portable::Utf8ToUtf16(slot->entry.name);
         const std::size_t bytes = name.size() * 2;
         const std::size_t need = platform::kObjectNameText + bytes + 2;
         returnLength = static_cast<std::uint32_t>(need);

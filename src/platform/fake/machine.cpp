@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "platform/portable/profile_text.h"
+#include "platform/portable/text.h"
 
 namespace fake {
 
@@ -17,28 +18,6 @@ std::string Quote(std::string_view s) { return "\"" + std::string(s) + "\""; }
 
 char Upper(char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
 
-// Windows-style wildcard match without regard to case; "*.*" matches every name.
-bool Matches(std::string_view pattern, std::string_view name) {
-    if (pattern == "*.*" || pattern == "*") return true;
-    std::size_t p = 0, n = 0, star = std::string_view::npos, mark = 0;
-    while (n < name.size()) {
-        if (p < pattern.size() && (pattern[p] == '?' || Upper(pattern[p]) == Upper(name[n]))) {
-            ++p;
-            ++n;
-        } else if (p < pattern.size() && pattern[p] == '*') {
-            star = p++;
-            mark = n;
-        } else if (star != std::string_view::npos) {
-            p = star + 1;
-            n = ++mark;
-        } else {
-            return false;
-        }
-    }
-    while (p < pattern.size() && pattern[p] == '*') ++p;
-    return p == pattern.size();
-}
-
 void PutLe(std::span<std::uint8_t, 8> out, std::uint64_t value) {
     for (auto& b : out) {
         b = static_cast<std::uint8_t>(value & 0xFF);
@@ -46,18 +25,11 @@ void PutLe(std::span<std::uint8_t, 8> out, std::uint64_t value) {
     }
 }
 
-void CopyCut(std::span<char> out, std::string_view text) {
-    if (out.empty()) return;
-    const std::size_t n = std::min(text.size(), out.size() - 1);
-    std::memcpy(out.data(), text.data(), n);
-    out[n] = '\0';
-}
-
 platform::FindData Entry(std::string_view name, std::uint32_t attributes, std::uint64_t size) {
     platform::FindData d;
     d.dwFileAttributes = attributes;
     d.nFileSize = size;
-    CopyCut(d.cFileName, name);
+    portable::CopyCut(d.cFileName, name);
     return d;
 }
 
@@ -260,8 +232,8 @@ bool Machine::GetVolumeInformationA(const std::string& root, std::span<char> vol
     const Drive* d = driveOf(root);
     const bool ok = d != nullptr && d->ready;
     if (ok) {
-        CopyCut(volumeName, d->label);
-        CopyCut(fileSystemName, d->fileSystem);
+        portable::CopyCut(volumeName, d->label);
+        portable::CopyCut(fileSystemName, d->fileSystem);
         serialNumber = d->serial;
         maxComponentLength = 255;
         fileSystemFlags = 0;
@@ -306,15 +278,17 @@ platform::Handle Machine::FindFirstFileA(const std::string& pattern, platform::F
         Search search;
         if (folderExists(folder)) {
             if (folder.size() > 3) {
-                if (Matches(namePattern, ".")) search.entries.push_back(Entry(".", platform::kAttrDirectory, 0));
-                if (Matches(namePattern, "..")) search.entries.push_back(Entry("..", platform::kAttrDirectory, 0));
+                if (portable::WildcardMatch(namePattern, "."))
+                    search.entries.push_back(Entry(".", platform::kAttrDirectory, 0));
+                if (portable::WildcardMatch(namePattern, ".."))
+                    search.entries.push_back(Entry("..", platform::kAttrDirectory, 0));
             }
             const std::string prefix = folder.size() == 3 ? folder : folder + "\\";
             for (auto it = nodes_.lower_bound(prefix); it != nodes_.end() && it->first.starts_with(prefix); ++it) {
                 const std::string rest = it->first.substr(prefix.size());
                 if (rest.empty() || rest.find('\\') != std::string::npos) continue;
                 const std::string name = it->second.path.substr(it->second.path.find_last_of("\\/") + 1);
-                if (Matches(namePattern, name))
+                if (portable::WildcardMatch(namePattern, name))
                     search.entries.push_back(Entry(name, it->second.attributes, it->second.content.size()));
             }
         }
@@ -744,7 +718,7 @@ std::uintptr_t Machine::SHGetFileInfoA(platform::Pidl pidl, std::uint32_t, std::
 bool Machine::SHGetPathFromIDListA(platform::Pidl pidl, std::span<char, 260> path) {
     auto it = shellItems_.find(pidl);
     if (it == shellItems_.end() || it->second.path.empty()) return false;
-    CopyCut(path, it->second.path);
+    portable::CopyCut(path, it->second.path);
     return true;
 }
 

@@ -103,42 +103,6 @@ void PutU64(std::span<std::uint8_t, 8> out, std::uint64_t value) {
     }
 }
 
-void CopyCut(std::span<char> out, std::string_view text) {
-    if (out.empty()) return;
-    const std::size_t n = std::min(text.size(), out.size() - 1);
-    std::memcpy(out.data(), text.data(), n);
-    out[n] = '\0';
-}
-
-std::u16string Utf8ToUtf16(std::string_view text) {
-    std::u16string out;
-    for (std::size_t i = 0; i < text.size();) {
-        const auto lead = static_cast<unsigned char>(text[i]);
-        std::uint32_t cp = lead;
-        std::size_t more = 0;
-        if (lead >= 0xF0) {
-            cp = lead & 0x07;
-            more = 3;
-        } else if (lead >= 0xE0) {
-            cp = lead & 0x0F;
-            more = 2;
-        } else if (lead >= 0xC0) {
-            cp = lead & 0x1F;
-            more = 1;
-        }
-        ++i;
-        for (; more > 0 && i < text.size(); --more, ++i) cp = (cp << 6) | (static_cast<unsigned char>(text[i]) & 0x3F);
-        if (cp >= 0x10000) {
-            cp -= 0x10000;
-            out += static_cast<char16_t>(0xD800 + (cp >> 10));
-            out += static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
-        } else {
-            out += static_cast<char16_t>(cp);
-        }
-    }
-    return out;
-}
-
 std::string UnescapeHex(std::string_view text) {
     std::string out;
     for (std::size_t i = 0; i < text.size(); ++i) {

@@ -2,6 +2,7 @@
 // Small helpers the Linux services share: descriptors that close themselves,
 // whole-file reads, text trimming and the little-endian and UTF-16 encodings
 // the Windows records carry.
+#include "platform/portable/text.h"
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -49,9 +50,9 @@ bool StartsWithPath(std::string_view path, std::string_view folder); // folder i
 
 void PutU32(std::span<std::uint8_t> out, std::size_t at, std::uint32_t value); // what fits
 void PutU64(std::span<std::uint8_t, 8> out, std::uint64_t value);
-void CopyCut(std::span<char> out, std::string_view text); // NUL-terminated, cut to fit
+using portable::CopyCut; // NUL-terminated, cut to fit
 
-std::u16string Utf8ToUtf16(std::string_view text);
+using portable::Utf8ToUtf16;
 // Undoes udev's \xNN escapes (ID_FS_LABEL_ENC).
 std::string UnescapeHex(std::string_view text);
 

@@ -1,5 +1,7 @@
 #include "platform/linux/volumes.h"
 
+#include "platform/portable/text.h"
+
 #include <algorithm>
 #include <condition_variable>
 #include <cstdio>
@@ -19,8 +21,6 @@
 namespace linuxbk {
 
 namespace {
-
-char Up(char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
 
 std::uint32_t AttributesOf(const struct stat& st, std::string_view name) {
     std::uint32_t a = S_ISDIR(st.st_mode) ? platform::kAttrDirectory : platform::kAttrArchive;
@@ -86,27 +86,6 @@ std::optional<SpaceInfo> StatvfsTimed(const std::string& path, std::uint32_t mil
     if (!state->done.wait_for(hold, std::chrono::milliseconds(milliseconds), [&] { return state->finished; }))
         return std::nullopt;
     return state->answer;
-}
-
-bool LinuxVolumes::Matches(std::string_view pattern, std::string_view name) {
-    if (pattern == "*.*" || pattern == "*") return true;
-    std::size_t p = 0, n = 0, star = std::string_view::npos, mark = 0;
-    while (n < name.size()) {
-        if (p < pattern.size() && (pattern[p] == '?' || Up(pattern[p]) == Up(name[n]))) {
-            ++p;
-            ++n;
-        } else if (p < pattern.size() && pattern[p] == '*') {
-            star = p++;
-            mark = n;
-        } else if (star != std::string_view::npos) {
-            p = star + 1;
-            n = ++mark;
-        } else {
-            return false;
-        }
-    }
-    while (p < pattern.size() && pattern[p] == '*') ++p;
-    return p == pattern.size();
 }
 
 std::uint32_t LinuxVolumes::GetLogicalDriveStringsA(std::span<char> buffer) {
@@ -206,7 +185,7 @@ platform::Handle LinuxVolumes::FindFirstFileA(const std::string& pattern, platfo
     std::stable_partition(names.begin(), names.end(), [](const std::string& n) { return n == "." || n == ".."; });
     for (const auto& name : names) {
         if (root && (name == "." || name == "..")) continue;
-        if (!Matches(namePattern, name)) continue;
+        if (!portable::WildcardMatch(namePattern, name)) continue;
         struct stat st {};
         const std::string full = (*native == "/" ? std::string() : *native) + "/" + name;
         if (::stat(full.c_str(), &st) != 0 && ::lstat(full.c_str(), &st) != 0) continue;

@@ -43,7 +43,6 @@ public:
     std::vector<platform::ScriptingDrive> Drives() override;
 
     // Windows-style wildcard match without regard to case; "*.*" matches every name.
-    static bool Matches(std::string_view pattern, std::string_view name);
 
 private:
     platform::ScriptingDrive describe(const DriveRecord& d);
