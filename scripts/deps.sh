@@ -8,6 +8,7 @@ packages=(
   googletest libgtest-dev libbenchmark-dev nlohmann-json3-dev
   clang-format
   libudev-dev libblkid-dev libsystemd-dev udisks2 dbus udev e2fsprogs
+  qt6-base-dev xvfb xauth xdotool imagemagick
 )
 
 missing=()

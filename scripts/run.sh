@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Builds Kestrine and runs it. Until the desktop window lands, this runs the
-# program on the built-in demonstration machine and shows what its window shows.
+# Builds Kestrine and starts its window on this computer's drives. Without a
+# display ($DISPLAY or $WAYLAND_DISPLAY) it says so in one line and prints the
+# drive list the window would show.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/deps.sh
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DKESTRINE_TESTS=OFF -DKESTRINE_BENCH=OFF >/dev/null
-cmake --build build/release --target kestrine-sim >/dev/null
-exec build/release/tools/kestrine-sim --show "$@"
+cmake --build build/release --target kestrine >/dev/null
+exec build/release/tools/kestrine "$@"

@@ -1,0 +1,562 @@
+#include "ctl/ctl.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+#include "app/frmMain.h"
+#include "app/vb.h"
+#include "drives/modGetDriveSerialNumber.h"
+#include "drives/modGetDriveType.h"
+#include "platform/fake/headless_view.h"
+#include "release/modLockFileInfo.h"
+#include "release/modRemoveUsbDrive.h"
+
+namespace ctl {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// Passes every device-manager call through and keeps what the last eject
+// request's refusal named. The request always carries both a veto-type
+// variable and a veto-name buffer, so the refusal can be told in full.
+class VetoRecorder : public platform::Devices {
+public:
+    explicit VetoRecorder(platform::Devices& inner) : inner_(inner) {}
+
+    platform::DevInfoSet SetupDiGetClassDevsA(const platform::Guid& g, std::uint32_t f) override {
+        return inner_.SetupDiGetClassDevsA(g, f);
+    }
+    bool SetupDiEnumDeviceInterfaces(platform::DevInfoSet s, const platform::Guid& g, std::uint32_t i,
+                                     platform::SpDeviceInterfaceData& d) override {
+        return inner_.SetupDiEnumDeviceInterfaces(s, g, i, d);
+    }
+    bool SetupDiGetDeviceInterfaceDetailA(platform::DevInfoSet s, const platform::SpDeviceInterfaceData& d,
+                                          std::span<std::uint8_t> detail, std::uint32_t* required,
+                                          platform::SpDevinfoData* info) override {
+        return inner_.SetupDiGetDeviceInterfaceDetailA(s, d, detail, required, info);
+    }
+    bool SetupDiDestroyDeviceInfoList(platform::DevInfoSet s) override {
+        return inner_.SetupDiDestroyDeviceInfoList(s);
+    }
+    std::uint32_t CM_Get_Parent(platform::DevInst& parent, platform::DevInst device, std::uint32_t flags) override {
+        return inner_.CM_Get_Parent(parent, device, flags);
+    }
+    std::uint32_t CM_Request_Device_EjectW(platform::DevInst device, std::int32_t* vetoType,
+                                           std::span<char16_t> vetoName, std::uint32_t flags) override {
+        std::int32_t type = platform::kPnpVetoTypeUnknown;
+        std::array<char16_t, 260> name{};
+        const std::uint32_t result = inner_.CM_Request_Device_EjectW(device, &type, name, flags);
+        ++requests_;
+        if (vetoType != nullptr) *vetoType = type;
+        std::copy_n(name.begin(), std::min(name.size(), vetoName.size()), vetoName.begin());
+        if (result == platform::kCrSuccess) {
+            last_.reset();
+        } else {
+            std::string text;
+            for (char16_t c : name) {
+                if (c == 0) break;
+                if (c < 0x80) {
+                    text += static_cast<char>(c);
+                } else if (c < 0x800) {
+                    text += static_cast<char>(0xC0 | (c >> 6));
+                    text += static_cast<char>(0x80 | (c & 0x3F));
+                } else {
+                    text += static_cast<char>(0xE0 | (c >> 12));
+                    text += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+                    text += static_cast<char>(0x80 | (c & 0x3F));
+                }
+            }
+            last_ = Veto{type, text};
+        }
+        return result;
+    }
+    void Sleep(std::uint32_t ms) override { inner_.Sleep(ms); }
+
+    void Reset() {
+        last_.reset();
+        requests_ = 0;
+    }
+    int Requests() const { return requests_; }
+    const std::optional<Veto>& Last() const { return last_; }
+
+private:
+    platform::Devices& inner_;
+    std::optional<Veto> last_;
+    int requests_ = 0;
+};
+
+std::uint64_t U64(const std::array<std::uint8_t, 8>& b) {
+    std::uint64_t v = 0;
+    for (std::size_t i = 8; i-- > 0;) v = v << 8 | b[i];
+    return v;
+}
+
+std::string CString(const std::array<char, 261>& b) { return std::string(b.data()); }
+
+char UpperLetter(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+std::string Size(std::uint64_t bytes) {
+    char text[32];
+    const double b = static_cast<double>(bytes);
+    if (b >= 1e9)
+        std::snprintf(text, sizeof text, "%.1f GB", b / 1073741824.0);
+    else
+        std::snprintf(text, sizeof text, "%.1f MB", b / 1048576.0);
+    return text;
+}
+
+Json PlaceJson(const std::optional<DrivePlace>& p, bool mount) {
+    if (!p) return nullptr;
+    return mount ? p->mountPoint : p->deviceNode;
+}
+
+Json HoldersJson(const std::vector<platform::ProcessHold>& holders) {
+    Json list = Json::array();
+    for (const auto& h : holders)
+        list.push_back({{"pid", h.pid}, {"name", h.name}, {"what", h.what}, {"path", h.path}});
+    return list;
+}
+
+void PrintHolders(std::ostream& out, const std::vector<platform::ProcessHold>& holders, const std::string& indent) {
+    for (const auto& h : holders) out << indent << h.pid << ' ' << h.name << " (" << h.what << ") " << h.path << '\n';
+}
+
+// Columns padded to their widest cell.
+void PrintTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows) {
+    std::vector<std::size_t> widths;
+    for (const auto& r : rows)
+        for (std::size_t i = 0; i < r.size(); ++i) {
+            if (widths.size() <= i) widths.push_back(0);
+            widths[i] = std::max(widths[i], r[i].size());
+        }
+    for (const auto& r : rows) {
+        std::string line;
+        for (std::size_t i = 0; i < r.size(); ++i) {
+            line += r[i];
+            if (i + 1 < r.size()) line += std::string(widths[i] - r[i].size() + 2, ' ');
+        }
+        out << line << '\n';
+    }
+}
+
+const char* kProgram = "kestrinectl: ";
+
+} // namespace
+
+std::string VetoTypeName(std::int32_t type) {
+    static constexpr const char* kNames[] = {"Unknown",
+                                             "LegacyDevice",
+                                             "PendingClose",
+                                             "WindowsApp",
+                                             "WindowsService",
+                                             "OutstandingOpen",
+                                             "Device",
+                                             "Driver",
+                                             "IllegalDeviceRequest",
+                                             "InsufficientPower",
+                                             "NonDisableable",
+                                             "LegacyDriver",
+                                             "InsufficientRights",
+                                             "AlreadyRemoved"};
+    return type >= 0 && static_cast<std::size_t>(type) < std::size(kNames) ? kNames[type] : "Unknown";
+}
+
+struct Tool::State {
+    explicit State(platform::Services& sys)
+        : veto(sys.devices), services{sys.app, sys.volumes, sys.profile, sys.windows,    sys.shell,
+                                      sys.fso, sys.storage, veto,        sys.management, sys.native},
+          form(services, view) {}
+    VetoRecorder veto;
+    platform::Services services;
+    fake::HeadlessView view;
+    app::frmMain form;
+};
+
+Tool::Tool(Context context) : ctx_(std::move(context)), state_(std::make_unique<State>(ctx_.sys)) {}
+Tool::~Tool() = default;
+
+std::vector<DriveRow> Tool::List() {
+    app::frmMain& form = state_->form;
+    app::View& v = state_->view;
+    app::Program& prog = form.program();
+    form.FillDriveList(false);
+    std::vector<DriveRow> rows;
+    const int items = v.ItemCount(app::Ctl::ListView1);
+    for (int i = 1; i <= items; ++i) {
+        DriveRow row;
+        row.root = v.ItemText(app::Ctl::ListView1, i);
+        row.label = v.SubItem(app::Ctl::ListView1, i, 1);
+        row.kind = v.SubItem(app::Ctl::ListView1, i, 2);
+        row.bus = drives::GetBusType(prog, vb::Left(row.root, 2));
+        std::array<char, 261> volume{}, fs{};
+        std::uint32_t serial = 0, maxLen = 0, flags = 0;
+        if (prog.sys.volumes.GetVolumeInformationA(row.root, std::span(volume.data(), 260), serial, maxLen, flags,
+                                                   std::span(fs.data(), 260)))
+            row.fileSystem = CString(fs);
+        std::array<std::uint8_t, 8> avail{}, total{}, totalFree{};
+        if (prog.sys.volumes.GetDiskFreeSpaceExA(row.root, avail, total, totalFree)) {
+            row.totalBytes = U64(total);
+            row.freeBytes = U64(totalFree);
+            row.usedBytes = row.totalBytes >= row.freeBytes ? row.totalBytes - row.freeBytes : 0;
+        }
+        if (ctx_.place) row.place = ctx_.place(row.root);
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+std::optional<std::string> Tool::Resolve(const std::string& text) {
+    std::string t = text;
+    if (!t.empty() && t[0] == '/') {
+        while (t.size() > 1 && t.back() == '/') t.pop_back();
+        for (const auto& row : List())
+            if (row.place && (row.place->mountPoint == t || row.place->deviceNode == t)) return row.root;
+        return std::nullopt;
+    }
+    const bool letter = !t.empty() && ((t[0] >= 'A' && t[0] <= 'Z') || (t[0] >= 'a' && t[0] <= 'z'));
+    if (!letter || t.size() > 3 || (t.size() >= 2 && t[1] != ':') || (t.size() == 3 && t[2] != '\\' && t[2] != '/'))
+        return std::nullopt;
+    return std::string(1, UpperLetter(t[0])) + ":\\";
+}
+
+ReleaseResult Tool::Release(const std::string& root) {
+    app::Program& prog = state_->form.program();
+    ReleaseResult r{root, kOk, {}, {}, {}};
+    // The system drive is never released, whatever is asked.
+    if (root.find("C:\\") != std::string::npos) {
+        r.code = kRefused;
+        r.message = "Drive " + root + " is the system drive and is never released.";
+        return r;
+    }
+    if (!prog.sys.fso.GetDrive(root)) {
+        r.code = kNotFound;
+        r.message = "Drive " + root + " was not found.";
+        return r;
+    }
+    if (drives::GetBusType(prog, vb::Left(root, 2)) != "Usb") {
+        r.code = kNotUsb;
+        r.message = "Drive " + root + " is not a USB drive.";
+        return r;
+    }
+    return Eject(root);
+}
+
+ReleaseResult Tool::Eject(const std::string& root) {
+    app::Program& prog = state_->form.program();
+    ReleaseResult r{root, kOk, {}, {}, {}};
+    if (!release::CloseDriveHandles(prog, vb::Left(root, 2), prog.sys.native.GetCurrentProcessId())) {
+        r.code = kSystemError;
+        r.message = "Drive " + root + " could not be released: closing this program's open handles on it failed.";
+        return r;
+    }
+    state_->veto.Reset();
+    if (release::EjectUsbDrive(prog, "\\\\.\\" + vb::Left(root, 2), app::kFalse) == app::kFalse) {
+        if (state_->veto.Requests() == 0) {
+            // The volume, its device number or its device could not be found.
+            r.code = kSystemError;
+            r.message = "Drive " + root + " could not be released: the system found no device to eject for it.";
+            return r;
+        }
+        r.code = kRefused;
+        r.veto = state_->veto.Last();
+        r.holders = ctx_.processes.WhoHolds(root);
+        std::vector<std::string> parts;
+        if (r.veto)
+            parts.push_back("veto " + VetoTypeName(r.veto->type) + (r.veto->name.empty() ? "" : ": " + r.veto->name));
+        if (!r.holders.empty()) {
+            const auto& first = r.holders.front();
+            const bool others = std::any_of(r.holders.begin(), r.holders.end(),
+                                            [&](const platform::ProcessHold& h) { return h.pid != first.pid; });
+            parts.push_back("held by " + first.name + " [" + std::to_string(first.pid) + "]" +
+                            (others ? " and other processes" : ""));
+        }
+        std::string why;
+        for (const auto& part : parts) why += (why.empty() ? " (" : "; ") + part;
+        if (!why.empty()) why += ")";
+        r.message = "Drive " + root + " could not be released: the system refused to eject it" + why + ".";
+        return r;
+    }
+    r.message = "Drive " + root + " has been released.";
+    return r;
+}
+
+SerialResult Tool::Serial(const std::string& root) {
+    app::Program& prog = state_->form.program();
+    const std::string serial = drives::GetSerialNumber(prog, app::Ctl::lblWMIDeviceID, vb::Left(root, 2));
+    std::string id = state_->view.Text(app::Ctl::lblWMIDeviceID);
+    state_->view.SetText(app::Ctl::lblWMIDeviceID, "");
+    if (id == drives::kNoDeviceId) id.clear();
+    // The label doubles every "&"; the ID itself has single ones.
+    std::string single;
+    for (std::size_t i = 0; i < id.size(); ++i) {
+        single += id[i];
+        if (id[i] == '&' && i + 1 < id.size() && id[i + 1] == '&') ++i;
+    }
+    return {serial, single};
+}
+
+// --- the command line ---
+
+Parsed ParseArgs(const std::vector<std::string>& args) {
+    Parsed p;
+    Options& o = p.options;
+    static const std::vector<std::string> kCommands = {"list", "release", "who", "watch", "serial", "help"};
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (a == "--help" || a == "-h") {
+            o.help = true;
+        } else if (a == "--json") {
+            o.json = true;
+        } else if (a == "--usb") {
+            o.usb = true;
+        } else if (a == "--all-usb") {
+            o.allUsb = true;
+        } else if (a == "--machine" || a.starts_with("--machine=")) {
+            if (a != "--machine") {
+                o.machine = a.substr(10);
+            } else if (i + 1 < args.size()) {
+                o.machine = args[++i];
+            }
+            if (o.machine.empty()) p.error = "The option --machine needs a machine description file.";
+        } else if (a.size() > 1 && a[0] == '-' && a != "-") {
+            p.error = "Unknown option " + a + ".";
+        } else if (o.command.empty()) {
+            if (std::find(kCommands.begin(), kCommands.end(), a) == kCommands.end()) {
+                p.error = "Unknown command " + a + "; the commands are list, release, who, watch and serial.";
+            } else if (a == "help") {
+                o.help = true;
+                o.command = "";
+            } else {
+                o.command = a;
+            }
+            if (a == "help" && i + 1 < args.size()) o.command = args[++i];
+        } else {
+            o.roots.push_back(a);
+        }
+        if (!p.error.empty()) return p;
+    }
+    if (o.help) return p;
+    auto option = [&](bool set, const char* name, const char* allowed) {
+        if (set && p.error.empty())
+            p.error = std::string("The option ") + name + " belongs to " + allowed + ", not to " + o.command + ".";
+    };
+    if (o.command.empty()) {
+        p.error = "No command given; the commands are list, release, who, watch and serial.";
+    } else if (o.command == "list" || o.command == "watch") {
+        if (!o.roots.empty())
+            p.error = "The command " + o.command + " takes no drive, but " + o.roots[0] + " was given.";
+        option(o.usb && o.command == "watch", "--usb", "list");
+        option(o.allUsb, "--all-usb", "release");
+    } else if (o.command == "release") {
+        if (o.roots.empty() && !o.allUsb) p.error = "The command release needs a drive (such as E:) or --all-usb.";
+        option(o.usb, "--usb", "list");
+    } else { // who, serial
+        if (o.roots.size() != 1) p.error = "The command " + o.command + " needs exactly one drive (such as E:).";
+        option(o.usb, "--usb", "list");
+        option(o.allUsb, "--all-usb", "release");
+    }
+    return p;
+}
+
+std::string Usage(const std::string& command) {
+    if (command == "list")
+        return "Usage: kestrinectl list [--json] [--usb]\n"
+               "Lists every drive as the Kestrine window lists it (root, label, kind), with its bus,\n"
+               "file system and total, used and free bytes; on Linux also the mount point and device node.\n"
+               "  --usb   USB drives only\n"
+               "  --json  one JSON document (see docs/kestrinectl.md)\n";
+    if (command == "release")
+        return "Usage: kestrinectl release ROOT... [--all-usb] [--json]\n"
+               "Releases USB drives as the window's release command does: checks the bus, closes this\n"
+               "program's open handles on the drive and asks the system to eject it (4 attempts, 300 ms\n"
+               "apart). The system drive is never released. A refusal names what blocked it.\n"
+               "ROOT is E, E: or E:\\ (on Linux also a mount point or device node).\n"
+               "  --all-usb  every USB drive\n"
+               "  --json     one JSON document\n";
+    if (command == "who")
+        return "Usage: kestrinectl who ROOT [--json]\n"
+               "Lists the processes holding files, folders or their working directory on the drive,\n"
+               "with process id, name and what they hold. Nothing is released.\n";
+    if (command == "watch")
+        return "Usage: kestrinectl watch [--json]\n"
+               "Prints one line per device arrival, removal and drive change until interrupted.\n"
+               "  --json  one JSON object per line\n";
+    if (command == "serial")
+        return "Usage: kestrinectl serial ROOT [--json]\n"
+               "Prints the disk serial text and the PNP device ID of the drive's disk, as the window shows them.\n";
+    return "Usage: kestrinectl COMMAND [OPTIONS]\n"
+           "Commands:\n"
+           "  list [--json] [--usb]                 the drives\n"
+           "  release ROOT... [--all-usb] [--json]  release USB drives\n"
+           "  who ROOT [--json]                     the processes holding a drive\n"
+           "  watch [--json]                        device and drive events until interrupted\n"
+           "  serial ROOT [--json]                  the disk serial and PNP device ID of a drive\n"
+           "Options for every command:\n"
+           "  --machine FILE.json  run against a simulated machine instead of this system\n"
+           "  --help               the help of a command\n"
+           "Exit codes: 0 success, 1 system error, 2 bad arguments, 3 not found,\n"
+           "            4 not a USB drive, 5 in use or refused.\n";
+}
+
+int Tool::Run(const Options& o, std::ostream& out, std::ostream& err, const WatchSource& watchSource) {
+    if (o.help) {
+        out << Usage(o.command);
+        return kOk;
+    }
+    if (o.command == "list") return list(o, out);
+    if (o.command == "release") return release(o, out, err);
+    if (o.command == "who") return who(o, out, err);
+    if (o.command == "serial") return serial(o, out, err);
+    if (o.command == "watch") return watch(o, out, err, watchSource);
+    err << kProgram << "Unknown command " << o.command << ".\n";
+    return kBadArguments;
+}
+
+int Tool::list(const Options& o, std::ostream& out) {
+    std::vector<DriveRow> rows = List();
+    if (o.usb) std::erase_if(rows, [](const DriveRow& r) { return !r.Usb(); });
+    if (o.json) {
+        Json drives = Json::array();
+        for (const auto& r : rows)
+            drives.push_back({{"root", r.root},
+                              {"label", r.label},
+                              {"kind", r.kind},
+                              {"bus", r.bus},
+                              {"usb", r.Usb()},
+                              {"fileSystem", r.fileSystem},
+                              {"totalBytes", r.totalBytes},
+                              {"usedBytes", r.usedBytes},
+                              {"freeBytes", r.freeBytes},
+                              {"mountPoint", PlaceJson(r.place, true)},
+                              {"deviceNode", PlaceJson(r.place, false)}});
+        out << Json{{"version", 1}, {"drives", drives}}.dump(2) << '\n';
+        return kOk;
+    }
+    const bool places = std::any_of(rows.begin(), rows.end(), [](const DriveRow& r) { return r.place.has_value(); });
+    std::vector<std::vector<std::string>> table{{"ROOT", "LABEL", "KIND", "BUS", "FS", "TOTAL", "USED", "FREE"}};
+    if (places) table[0].insert(table[0].end(), {"MOUNT", "DEVICE"});
+    for (const auto& r : rows) {
+        table.push_back({r.root, r.label, r.kind, r.bus.empty() ? "-" : r.bus,
+                         r.fileSystem.empty() ? "-" : r.fileSystem, Size(r.totalBytes), Size(r.usedBytes),
+                         Size(r.freeBytes)});
+        if (places)
+            table.back().insert(table.back().end(),
+                                {r.place ? r.place->mountPoint : "-",
+                                 r.place && !r.place->deviceNode.empty() ? r.place->deviceNode : "-"});
+    }
+    PrintTable(out, table);
+    return kOk;
+}
+
+int Tool::release(const Options& o, std::ostream& out, std::ostream& err) {
+    std::vector<std::string> roots;
+    for (const auto& text : o.roots) {
+        const auto root = Resolve(text);
+        if (!root && !text.empty() && text[0] != '/') {
+            err << kProgram << text << " is not a drive root; write a drive as E, E: or E:\\.\n";
+            return kBadArguments;
+        }
+        roots.push_back(root.value_or(text));
+    }
+    if (o.allUsb)
+        for (const auto& row : List())
+            if (row.Usb() && std::find(roots.begin(), roots.end(), row.root) == roots.end()) roots.push_back(row.root);
+    if (roots.empty()) {
+        err << kProgram << "No USB drive to release was found.\n";
+        if (o.json) out << Json{{"version", 1}, {"results", Json::array()}, {"exitCode", kNotFound}}.dump(2) << '\n';
+        return kNotFound;
+    }
+
+    int code = kOk;
+    Json results = Json::array();
+    for (const auto& root : roots) {
+        const ReleaseResult r = root.size() == 3 && root[1] == ':'
+                                    ? Release(root)
+                                    : ReleaseResult{root, kNotFound, "Drive " + root + " was not found.", {}, {}};
+        if (code == kOk) code = r.code;
+        if (r.code != kOk) err << kProgram << r.message << '\n';
+        if (o.json) {
+            static const char* kOutcome[] = {"released", "error", "bad-arguments", "not-found", "not-usb", "refused"};
+            Json veto = nullptr;
+            if (r.veto)
+                veto = {{"type", r.veto->type}, {"typeName", VetoTypeName(r.veto->type)}, {"name", r.veto->name}};
+            results.push_back({{"root", r.root},
+                               {"outcome", kOutcome[r.code]},
+                               {"exitCode", static_cast<int>(r.code)},
+                               {"message", r.message},
+                               {"veto", veto},
+                               {"holders", HoldersJson(r.holders)}});
+        } else if (r.code == kOk) {
+            out << r.message << '\n';
+        } else if (!r.holders.empty()) {
+            out << "Processes holding " << r.root << ":\n";
+            PrintHolders(out, r.holders, "  ");
+        }
+    }
+    if (o.json) out << Json{{"version", 1}, {"results", results}, {"exitCode", code}}.dump(2) << '\n';
+    return code;
+}
+
+int Tool::who(const Options& o, std::ostream& out, std::ostream& err) {
+    const auto root = Resolve(o.roots.front());
+    if (!root && o.roots.front()[0] != '/') {
+        err << kProgram << o.roots.front() << " is not a drive root; write a drive as E, E: or E:\\.\n";
+        return kBadArguments;
+    }
+    if (!root || !state_->services.fso.GetDrive(*root)) {
+        err << kProgram << "Drive " << (root ? *root : o.roots.front()) << " was not found.\n";
+        return kNotFound;
+    }
+    const auto holders = ctx_.processes.WhoHolds(*root);
+    if (o.json) {
+        out << Json{{"version", 1}, {"root", *root}, {"holders", HoldersJson(holders)}}.dump(2) << '\n';
+    } else if (holders.empty()) {
+        out << "Nothing holds drive " << *root << ".\n";
+    } else {
+        std::vector<std::vector<std::string>> table{{"PID", "NAME", "WHAT", "PATH"}};
+        for (const auto& h : holders) table.push_back({std::to_string(h.pid), h.name, h.what, h.path});
+        PrintTable(out, table);
+    }
+    return kOk;
+}
+
+int Tool::serial(const Options& o, std::ostream& out, std::ostream& err) {
+    const auto root = Resolve(o.roots.front());
+    if (!root && o.roots.front()[0] != '/') {
+        err << kProgram << o.roots.front() << " is not a drive root; write a drive as E, E: or E:\\.\n";
+        return kBadArguments;
+    }
+    if (!root || !state_->services.fso.GetDrive(*root)) {
+        err << kProgram << "Drive " << (root ? *root : o.roots.front()) << " was not found.\n";
+        return kNotFound;
+    }
+    const SerialResult s = Serial(*root);
+    if (o.json) {
+        out << Json{{"version", 1}, {"root", *root}, {"serial", s.serial}, {"pnpDeviceId", s.pnpDeviceId}}.dump(2)
+            << '\n';
+    } else {
+        out << "Serial:        " << s.serial << '\n'
+            << "PNP device ID: " << (s.pnpDeviceId.empty() ? drives::kNoDeviceId : s.pnpDeviceId) << '\n';
+    }
+    return kOk;
+}
+
+int Tool::watch(const Options& o, std::ostream& out, std::ostream& err, const WatchSource& source) {
+    auto sink = [&](const WatchEvent& e) {
+        if (o.json)
+            out << Json{{"event", e.kind}, {"root", e.root}, {"detail", e.detail}}.dump() << std::endl;
+        else
+            out << e.kind << ' ' << (e.root.empty() ? "-" : e.root) << ' ' << e.detail << std::endl;
+    };
+    if (!source || !source(sink)) {
+        err << kProgram << "This system offers no device events to watch.\n";
+        return kSystemError;
+    }
+    return kOk;
+}
+
+} // namespace ctl

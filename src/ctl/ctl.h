@@ -1,0 +1,131 @@
+#pragma once
+// kestrinectl: the drive list, release, serial lookup and "who holds it"
+// without a window. The commands run the window's own logic (the drive list
+// fill, the bus probe, the handle closing and the ejection) against whatever
+// backend the caller hands in; only the printing is the tool's own.
+#include <cstdint>
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/processes.h"
+#include "platform/services.h"
+
+namespace ctl {
+
+// The exit codes, documented in docs/kestrinectl.md.
+enum ExitCode : int {
+    kOk = 0,
+    kSystemError = 1,
+    kBadArguments = 2,
+    kNotFound = 3,
+    kNotUsb = 4,
+    kRefused = 5, // in use, vetoed, or the system drive
+};
+
+struct Options {
+    std::string command; // "list", "release", "who", "watch", "serial"; "" with help: the general help
+    std::vector<std::string> roots;
+    bool json = false;
+    bool usb = false;    // list: USB drives only
+    bool allUsb = false; // release: every USB drive
+    bool help = false;
+    std::string machine; // a machine description to run against instead of this system
+};
+
+// The parsed command line, or the sentence that says what is wrong with it.
+struct Parsed {
+    Options options;
+    std::string error;
+};
+Parsed ParseArgs(const std::vector<std::string>& args);
+// The help text of a command ("" for the overview).
+std::string Usage(const std::string& command);
+
+// Where a drive lives on systems that mount file systems (Linux).
+struct DrivePlace {
+    std::string mountPoint;
+    std::string deviceNode;
+};
+
+struct Context {
+    platform::Services& sys;
+    platform::Processes& processes;
+    // The mount point and device node of a root, where the system has them.
+    std::function<std::optional<DrivePlace>(const std::string& root)> place = {};
+};
+
+struct DriveRow {
+    std::string root, label, kind, bus, fileSystem;
+    std::uint64_t totalBytes = 0, usedBytes = 0, freeBytes = 0;
+    std::optional<DrivePlace> place;
+    bool Usb() const { return bus == "Usb"; }
+};
+
+struct Veto {
+    std::int32_t type = 0;
+    std::string name;
+};
+
+struct ReleaseResult {
+    std::string root; // as given when it names no drive
+    ExitCode code = kOk;
+    std::string message; // one sentence naming the drive
+    std::optional<Veto> veto;
+    std::vector<platform::ProcessHold> holders;
+};
+
+struct SerialResult {
+    std::string serial;      // "none" when the drive sits on no listed disk
+    std::string pnpDeviceId; // "" then
+};
+
+// One device or drive event, as the program's device and shell handling see it.
+struct WatchEvent {
+    std::string kind;   // "arrival", "removal" or "change"
+    std::string root;   // the drive, when one is named ("E:\")
+    std::string detail; // the device or the changed path
+};
+
+// The name of a PNP_VETO_TYPE value ("OutstandingOpen").
+std::string VetoTypeName(std::int32_t type);
+
+class Tool {
+public:
+    explicit Tool(Context context);
+    ~Tool();
+    Tool(const Tool&) = delete;
+    Tool& operator=(const Tool&) = delete;
+
+    // The drives as the window lists them, with their details.
+    std::vector<DriveRow> List();
+    // "E", "e:", "E:\" and, where drives are mounted, a mount point or device
+    // node give "E:\"; nothing when the text names no drive.
+    std::optional<std::string> Resolve(const std::string& text);
+    // Releases one drive with the window's checks, handle closing and ejection.
+    ReleaseResult Release(const std::string& root);
+    // The ejection alone (after the checks), with what blocked it on a refusal.
+    ReleaseResult Eject(const std::string& root);
+    SerialResult Serial(const std::string& root);
+
+    // Runs a parsed command line; watch needs a source of events that calls
+    // its sink until interrupted (false: there is none on this system).
+    using WatchSource = std::function<bool(const std::function<void(const WatchEvent&)>&)>;
+    int Run(const Options& options, std::ostream& out, std::ostream& err, const WatchSource& watch = {});
+
+private:
+    struct State;
+    int list(const Options& o, std::ostream& out);
+    int release(const Options& o, std::ostream& out, std::ostream& err);
+    int who(const Options& o, std::ostream& out, std::ostream& err);
+    int serial(const Options& o, std::ostream& out, std::ostream& err);
+    int watch(const Options& o, std::ostream& out, std::ostream& err, const WatchSource& source);
+
+    Context ctx_;
+    std::unique_ptr<State> state_;
+};
+
+} // namespace ctl

@@ -1,0 +1,45 @@
+#include "platform/fake/processes.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+namespace fake {
+
+namespace {
+
+char Upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+[[noreturn]] void Fail(const std::string& what) { throw std::runtime_error("machine description: " + what); }
+
+} // namespace
+
+void FakeProcesses::LoadJson(const nlohmann::json& description) {
+    if (!description.contains("processes")) return;
+    const auto& list = description["processes"];
+    if (!list.is_array()) Fail("\"processes\" must be an array");
+    for (const auto& p : list) {
+        if (!p.is_object() || !p.contains("pid") || !p["pid"].is_number_unsigned())
+            Fail("a process needs a \"pid\" (a number)");
+        const auto pid = p["pid"].get<std::uint32_t>();
+        const std::string name = p.value("name", std::string{});
+        if (!p.contains("holds")) continue;
+        if (!p["holds"].is_array()) Fail("a process's \"holds\" must be an array");
+        for (const auto& h : p["holds"]) {
+            if (!h.is_object() || !h.contains("path") || !h["path"].is_string())
+                Fail("a hold needs a \"path\" such as \"E:\\\\docs\\\\a.txt\"");
+            Add({pid, name, h.value("what", std::string("file")), h["path"].get<std::string>()});
+        }
+    }
+}
+
+std::vector<platform::ProcessHold> FakeProcesses::WhoHolds(const std::string& root) {
+    std::vector<platform::ProcessHold> found;
+    if (root.empty()) return found;
+    for (const auto& h : holds_)
+        if (h.path.size() >= 2 && h.path[1] == ':' && Upper(h.path[0]) == Upper(root[0])) found.push_back(h);
+    std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.pid < b.pid; });
+    return found;
+}
+
+} // namespace fake

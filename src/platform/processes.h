@@ -1,0 +1,28 @@
+#pragma once
+// Which processes hold a drive: open files, folders, working directories and
+// mapped files that lie on it. A service of its own, apart from the bundle
+// the window uses, for the command-line tool.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+struct ProcessHold {
+    std::uint32_t pid = 0;
+    std::string name; // the process's name ("bash", "WINWORD.EXE")
+    std::string what; // "file", "folder", "cwd", "root", "exe" or "mapped"
+    std::string path; // what it holds, as the system names it
+    friend bool operator==(const ProcessHold&, const ProcessHold&) = default;
+};
+
+class Processes {
+public:
+    virtual ~Processes() = default;
+    // Every hold on the drive of root ("E:\"), ordered by process id, one
+    // entry per held object; empty when nothing holds it or the drive is
+    // unknown. Processes the caller may not inspect are left out.
+    virtual std::vector<ProcessHold> WhoHolds(const std::string& root) = 0;
+};
+
+} // namespace platform

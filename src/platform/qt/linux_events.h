@@ -1,0 +1,42 @@
+#pragma once
+// Feeds the Linux backend's event sources into the window: the descriptors
+// are watched by the Qt event loop (no polling), device arrival and removal
+// go through the window-procedure chain as WM_DEVICECHANGE, drive, medium
+// and file changes as WM_SHNOTIFY reports with items the shell stand-in can
+// name, and a second start's requests restore and raise the window.
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "platform/linux/system.h"
+#include "platform/qt/qt_window.h"
+
+class QSocketNotifier;
+
+namespace qtui {
+
+class LinuxEventPump {
+public:
+    LinuxEventPump(linuxbk::System& system, QtWindow& window);
+    ~LinuxEventPump();
+    LinuxEventPump(const LinuxEventPump&) = delete;
+    LinuxEventPump& operator=(const LinuxEventPump&) = delete;
+
+    // Reads what the sources have now and delivers it.
+    void Pump();
+    // Delivers one event as the window would receive it.
+    void Deliver(const linuxbk::SystemEvent& event);
+    // Sees every event after it was delivered.
+    void OnEvent(std::function<void(const linuxbk::SystemEvent&)> observer) { observer_ = std::move(observer); }
+
+    // The shell report event code of an event; 0 for device events.
+    static std::uint32_t ShellEventCode(linuxbk::SystemEvent::Kind kind);
+
+private:
+    linuxbk::System& system_;
+    QtWindow& window_;
+    std::vector<std::unique_ptr<QSocketNotifier>> notifiers_;
+    std::function<void(const linuxbk::SystemEvent&)> observer_;
+};
+
+} // namespace qtui

@@ -1,0 +1,212 @@
+// The logic in the Qt window: on the simulated machine it shows what the
+// headless window shows, and the user's clicks, keys and choices reach the
+// same handlers. On the Linux backend, device and shell events reach the
+// window through its procedure chain.
+#include <gtest/gtest.h>
+
+#include <QComboBox>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPushButton>
+#include <QTest>
+#include <QTreeWidget>
+
+#include "platform/fake/headless_view.h"
+#include "platform/qt/linux_events.h"
+#include "qt_test_support.h"
+
+namespace {
+
+using app::Ctl;
+
+QTreeWidget* List(qtui::QtWindow& w) { return static_cast<QTreeWidget*>(w.ControlWidget(Ctl::ListView1)); }
+QPoint RowCentre(qtui::QtWindow& w, int item) {
+    return List(w)->visualItemRect(List(w)->topLevelItem(item - 1)).center();
+}
+
+TEST(QtProgram, ShowsWhatTheHeadlessWindowShowsOnTheSameMachine) {
+    fake::Machine machine;
+    fake::Machine::LoadJson(machine, qttest::DemoMachine());
+    platform::Services services = machine.services();
+    fake::HeadlessView headless;
+    app::frmMain headlessForm(services, headless);
+    headlessForm.Form_Load();
+    headlessForm.Resize();
+    headless.Activate();
+
+    qttest::Program program;
+    program.Start();
+    qtui::QtWindow& window = program.window;
+    EXPECT_EQ(program.Rows(), headless.Rows(Ctl::ListView1));
+    EXPECT_EQ(program.Rows().size(), 2u); // the optical drive is not listed
+    for (Ctl c : {Ctl::frmMain, Ctl::txtNotify, Ctl::txtDT_Cap, Ctl::txtFAT, Ctl::lblHDSize, Ctl::lblHDUsed,
+                  Ctl::lblHDFree, Ctl::lblSize0, Ctl::cmbSize})
+        EXPECT_EQ(window.Text(c), headless.Text(c)) << app::Spec(c).name;
+    EXPECT_EQ(window.Enabled(Ctl::cmdRemoveUSB), headless.Enabled(Ctl::cmdRemoveUSB));
+
+    // The usage bar: the used share in the used colour from the left, the rest in the box's grey.
+    const QImage& bar = *window.PictureImage(Ctl::Picture1);
+    const fake::RasterSurface& raster = *headless.Raster(Ctl::Picture1);
+    const int row = bar.height() - 3;
+    int used = 0;
+    for (int x = 0; x < bar.width(); ++x)
+        if (bar.pixel(x, row) == qRgb(0, 0, 255)) ++used;
+    const std::int32_t blue = 0xFF0000;
+    ASSERT_EQ(raster.Pixel(0, raster.PixelHeight() - 3), blue);
+    const double share = raster.RowShare(raster.PixelHeight() - 3, blue);
+    EXPECT_NEAR(static_cast<double>(used) / bar.width(), share, 0.02);
+    EXPECT_EQ(bar.pixel(0, row), qRgb(0, 0, 255));
+    EXPECT_EQ(bar.pixel(bar.width() - 1, row), qRgb(192, 192, 192));
+}
+
+TEST(QtProgram, TheUsersClicksKeysAndChoicesReachTheHandlers) {
+    qttest::Program program;
+    program.Start();
+    qtui::QtWindow& window = program.window;
+
+    // A click on the stick's row shows it.
+    QTest::mouseClick(List(window)->viewport(), Qt::LeftButton, {}, RowCentre(window, 2));
+    EXPECT_EQ(window.Text(Ctl::txtNotify), " Drive: E:\\   Label: STICK");
+    EXPECT_EQ(window.Text(Ctl::txtDT_Cap), "STICK");
+
+    // The size unit: the labels follow the choice.
+    auto* combo = static_cast<QComboBox*>(window.ControlWidget(Ctl::cmbSize));
+    QTest::keyClick(combo, Qt::Key_Down);
+    EXPECT_EQ(window.Text(Ctl::cmbSize), "MB");
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(window.Text(app::SizeLabel(i)), "MB");
+
+    // Typing a label enables Set.
+    window.SetEnabled(Ctl::cmdSetLabel, false);
+    QTest::keyClicks(window.ControlWidget(Ctl::txtDT_Cap), "2");
+    EXPECT_EQ(window.Text(Ctl::txtDT_Cap), "STICK2");
+    EXPECT_TRUE(window.Enabled(Ctl::cmdSetLabel));
+
+    // Ctrl+Shift+F2 centres the window in the work area.
+    const platform::TwipsRect area = program.windows.WorkArea();
+    window.SetLeft(Ctl::frmMain, 0);
+    window.SetTop(Ctl::frmMain, 0);
+    QTest::keyClick(List(window), Qt::Key_F2, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_NEAR(window.Left(Ctl::frmMain), area.left + (area.width - window.Width(Ctl::frmMain)) / 2, 16);
+    EXPECT_NEAR(window.Top(Ctl::frmMain), area.top + (area.height - window.Height(Ctl::frmMain)) / 2, 16);
+
+    // Escape on the list closes the program.
+    EXPECT_FALSE(program.machine.Ended());
+    QTest::keyClick(List(window), Qt::Key_Escape);
+    EXPECT_TRUE(program.machine.Ended());
+}
+
+TEST(QtProgram, TheRightClickMenuOpensOnTheListAndItsQuitEntryEndsTheProgram) {
+    qttest::Program program;
+    program.Start();
+    std::string bold;
+    qttest::WhenPopupOpens([&bold](QMenu& menu) {
+        for (QAction* a : menu.actions()) {
+            if (a->font().bold()) bold = a->text().toStdString();
+            if (a->text() == "Quit program") menu.setActiveAction(a);
+        }
+        QTest::keyClick(&menu, Qt::Key_Return);
+    });
+    QTest::mouseClick(List(program.window)->viewport(), Qt::RightButton, {}, RowCentre(program.window, 1));
+    EXPECT_EQ(bold, "Release USB");
+    EXPECT_TRUE(program.machine.Ended());
+}
+
+TEST(QtProgram, DeleteOnTheListReleasesAsInTheHeadlessWindow) {
+    // The headless window: the stick chosen, then Delete on the list.
+    fake::Machine machine;
+    fake::Machine::LoadJson(machine, qttest::DemoMachine());
+    platform::Services services = machine.services();
+    fake::HeadlessView headless;
+    app::frmMain headlessForm(services, headless);
+    headlessForm.Form_Load();
+    headlessForm.Resize();
+    headless.Activate();
+    headless.UserSelectRows(Ctl::ListView1, {2});
+    machine.ClearJournal();
+    headless.UserKey(Ctl::ListView1, 46, 0);
+    std::vector<std::string> expected;
+    for (const auto& call : machine.Journal()) // the Qt window shows its message boxes itself
+        if (call.request && call.name != "MessageBoxA") expected.push_back(call.name);
+    for (const auto& box : machine.MessageBoxes()) expected.push_back(box.caption + ": " + box.text);
+
+    // The Qt window: a click on the stick's row, then Delete; the message boxes are answered as shown.
+    qttest::Program program;
+    program.Start();
+    QTest::mouseClick(List(program.window)->viewport(), Qt::LeftButton, {}, RowCentre(program.window, 2));
+    program.machine.ClearJournal();
+    std::vector<std::string> boxes;
+    for (std::size_t i = 0; i < machine.MessageBoxes().size(); ++i)
+        qttest::WhenMessageBoxOpens([&boxes](QMessageBox& box) {
+            boxes.push_back(box.windowTitle().toStdString() + ": " + box.text().toStdString());
+            box.defaultButton()->click();
+        });
+    QTest::keyClick(List(program.window), Qt::Key_Delete);
+    std::vector<std::string> seen;
+    for (const auto& call : program.machine.Journal())
+        if (call.request) seen.push_back(call.name);
+    seen.insert(seen.end(), boxes.begin(), boxes.end());
+    EXPECT_FALSE(expected.empty());
+    EXPECT_EQ(seen, expected);
+}
+
+// --- the Linux backend's events ---
+
+struct Seen {
+    std::uint32_t message;
+    std::uintptr_t wParam;
+    std::intptr_t lParam;
+};
+std::vector<Seen>* g_seen = nullptr;
+
+std::intptr_t Record(platform::WindowHandle, std::uint32_t message, std::uintptr_t wParam, std::intptr_t lParam) {
+    if (g_seen != nullptr) g_seen->push_back({message, wParam, lParam});
+    return 0;
+}
+
+TEST(LinuxEventPump, DeviceAndShellEventsArriveThroughTheWindowsProcedureChain) {
+    linuxbk::System::Options options;
+    options.events = false;
+    linuxbk::System system(options);
+    qtui::QtWindow window;
+    qtui::QtWindowSystem windows(system.Console(), window);
+    qtui::LinuxEventPump pump(system, window);
+    std::vector<Seen> seen;
+    g_seen = &seen;
+    const auto previous =
+        windows.SetWindowLongA(window.hWnd(), platform::kGwlWndProc, reinterpret_cast<std::intptr_t>(&Record));
+    EXPECT_NE(previous, 0);
+
+    using Kind = linuxbk::SystemEvent::Kind;
+    pump.Deliver({Kind::DeviceArrived, "", "", 0, "/dev/sdb"});
+    pump.Deliver({Kind::DeviceRemoved, "", "", 0, "/dev/sdb"});
+    pump.Deliver({Kind::Created, "E:\\docs\\a.txt", "", 0, ""}); // no window registered for reports yet
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].message, platform::kWmDeviceChange);
+    EXPECT_EQ(seen[0].wParam, platform::kDbtDeviceArrival);
+    EXPECT_EQ(seen[1].wParam, platform::kDbtDeviceRemoveComplete);
+
+    linuxbk::LinuxShell& shell = system.Shell();
+    platform::Pidl desktop = 0;
+    ASSERT_EQ(shell.SHGetSpecialFolderLocation(window.hWnd(), platform::kCsidlDesktop, desktop), 0);
+    ASSERT_NE(shell.SHChangeNotifyRegister(window.hWnd(), 0xFF, 0x7FFFFFFF, platform::kWmShNotify, desktop, true), 0u);
+    pump.Deliver({Kind::Renamed, "E:\\old.txt", "E:\\new.txt", 0, ""});
+    pump.Deliver({Kind::DriveAdded, "F:\\", "", 1u << 5, ""});
+    ASSERT_EQ(seen.size(), 4u);
+    EXPECT_EQ(seen[2].message, platform::kWmShNotify);
+    EXPECT_EQ(seen[2].lParam, 0x1);
+    EXPECT_EQ(seen[3].lParam, 0x100);
+    // The report names its items as the shell would.
+    std::uintptr_t items[2] = {};
+    std::span<std::uint8_t> bytes(reinterpret_cast<std::uint8_t*>(items), sizeof items);
+    ASSERT_TRUE(shell.CopyMemory(bytes, seen[2].wParam));
+    std::array<char, 260> path{};
+    ASSERT_TRUE(shell.SHGetPathFromIDListA(items[1], path));
+    EXPECT_STREQ(path.data(), "E:\\new.txt");
+    ASSERT_TRUE(shell.CopyMemory(bytes, seen[3].wParam));
+    EXPECT_EQ(items[1], 0u);
+    ASSERT_TRUE(shell.SHGetPathFromIDListA(items[0], path));
+    EXPECT_STREQ(path.data(), "F:\\");
+    g_seen = nullptr;
+}
+
+} // namespace

@@ -1,0 +1,150 @@
+// kestrine: the logic on the Linux backend, in the Qt window. Without a
+// display (or with --list) it says so and prints the drive list the window
+// would show, from the same logic run in the headless window.
+//
+//   kestrine [--print-rows] [--machine description.json] [command line ...]
+//
+// --print-rows   once the window is shown, prints its caption and list rows
+// --machine      shows the window on a simulated machine (a description as
+//                kestrine-sim reads it, or a scenario holding one)
+#include <QApplication>
+#include <QStyleFactory>
+#include <QTimer>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+
+#include "app/frmMain.h"
+#include "platform/fake/headless_view.h"
+#include "platform/fake/machine.h"
+#include "platform/linux/system.h"
+#include "platform/qt/linux_events.h"
+#include "platform/qt/qt_window.h"
+#include "platform/qt/qt_window_system.h"
+
+namespace {
+
+bool HasDisplay() {
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"})
+        if (const char* value = std::getenv(name); value != nullptr && *value != '\0') return true;
+    // A platform chosen on purpose (offscreen, vnc ...) is a display too.
+    const char* platform = std::getenv("QT_QPA_PLATFORM");
+    return platform != nullptr && *platform != '\0' && std::strncmp(platform, "xcb", 3) != 0 &&
+           std::strncmp(platform, "wayland", 7) != 0;
+}
+
+// The drive list as the window would show it: the logic loads into the
+// headless window on the real drives, without watching for changes.
+int PrintDriveList(const std::string& commandLine) {
+    linuxbk::System::Options options;
+    options.commandLine = commandLine;
+    options.events = false;
+    options.title = "Kestrine drive list"; // not the window's title: a running window stays alone
+    linuxbk::System system(options);
+    platform::Services services = system.Services();
+    fake::HeadlessView view;
+    app::frmMain form(services, view);
+    form.Form_Load();
+    std::printf("%s\n", view.Text(app::Ctl::frmMain).c_str());
+    for (const auto& row : view.Rows(app::Ctl::ListView1)) std::printf("  %s\n", row.c_str());
+    return 0;
+}
+
+void PrintRows(const qtui::QtWindow& window) {
+    std::printf("caption: %s\n", window.Text(app::Ctl::frmMain).c_str());
+    for (int i = 1; i <= window.ItemCount(app::Ctl::ListView1); ++i) {
+        std::string row = window.ItemText(app::Ctl::ListView1, i);
+        for (int sub = 1; sub < window.ColumnCount(app::Ctl::ListView1); ++sub)
+            row += " | " + window.SubItem(app::Ctl::ListView1, i, sub);
+        std::printf("row: %s\n", row.c_str());
+    }
+    std::fflush(stdout);
+}
+
+// A machine description, or the one a scenario holds.
+bool LoadMachine(fake::Machine& machine, const std::string& file) {
+    std::ifstream in(file);
+    if (!in) {
+        std::fprintf(stderr, "kestrine: cannot read %s\n", file.c_str());
+        return false;
+    }
+    std::stringstream text;
+    text << in.rdbuf();
+    try {
+        auto json = nlohmann::json::parse(text.str());
+        if (json.contains("machine")) json = json["machine"];
+        fake::Machine::LoadJson(machine, json.dump());
+        return true;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "kestrine: %s: %s\n", file.c_str(), e.what());
+        return false;
+    }
+}
+
+// Runs the window until it closes.
+int RunWindow(platform::Services& services, qtui::QtWindow& window, bool printRows) {
+    app::frmMain form(services, window);
+    window.SetTimerInterval([&form](app::Ctl) { return form.FlashInterval(); });
+    window.OnCloseRequested([&form] {
+        if (form.Ended()) QApplication::quit();
+    });
+    form.Form_Load();
+    if (form.Ended()) return 0; // another instance took over
+    window.Show();
+    if (printRows) QTimer::singleShot(0, [&window] { PrintRows(window); });
+    return QApplication::exec();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    std::string commandLine, machineFile;
+    bool listOnly = false, printRows = false;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--list") == 0) {
+            listOnly = true;
+        } else if (std::strcmp(argv[i], "--print-rows") == 0) {
+            printRows = true;
+        } else if (std::strcmp(argv[i], "--machine") == 0 && i + 1 < argc) {
+            machineFile = argv[++i];
+        } else {
+            if (!commandLine.empty()) commandLine += ' ';
+            commandLine += argv[i];
+        }
+    }
+    if (listOnly) return PrintDriveList(commandLine);
+    if (!HasDisplay()) {
+        std::printf("kestrine: no display ($DISPLAY and $WAYLAND_DISPLAY are unset); the drives the window would "
+                    "list:\n");
+        return PrintDriveList(commandLine);
+    }
+
+    QApplication application(argc, argv);
+    // One look on every desktop, so the table's colours show as designed.
+    if (QStyle* fusion = QStyleFactory::create("Fusion")) QApplication::setStyle(fusion);
+    QApplication::setApplicationName("Kestrine");
+    qtui::QtWindow window;
+
+    if (!machineFile.empty()) {
+        fake::Machine machine;
+        if (!LoadMachine(machine, machineFile)) return 2;
+        qtui::QtWindowSystem windows(machine, window, true);
+        const platform::Services base = machine.services();
+        platform::Services services{base.app, base.volumes, base.profile, windows,         base.shell,
+                                    base.fso, base.storage, base.devices, base.management, base.native};
+        return RunWindow(services, window, printRows);
+    }
+
+    linuxbk::System::Options options;
+    options.commandLine = commandLine;
+    linuxbk::System system(options);
+    qtui::QtWindowSystem windows(system.Console(), window);
+    platform::Services services = system.Services(&windows);
+    qtui::LinuxEventPump pump(system, window);
+    return RunWindow(services, window, printRows);
+}
