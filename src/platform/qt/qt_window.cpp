@@ -511,9 +511,9 @@ void QtWindow::Impl::build() {
         own.top = row.top;
         own.width = row.width;
         own.height = row.height;
-        own.visible = spec.visible;
-        own.enabled = spec.enabled;
-        own.caption = std::string(spec.caption);
+        own.visible = row.visible;
+        own.enabled = row.enabled;
+        own.caption = std::string(row.caption);
     }
     const auto& form = app::Spec(Ctl::frmMain);
     main.setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint | Qt::WindowMinimizeButtonHint |
