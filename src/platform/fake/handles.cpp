@@ -19,7 +19,12 @@ using platform::NtStatus;
 constexpr NtStatus kStatusInvalidInfoClass = static_cast<NtStatus>(0xC0000003u);
 constexpr std::uint32_t kStillActive = 259;
 
-std::string Quote(std::string_view s) { return "\"" + std::string(s) + "\""; }
+std::string Quote(std::string_view s) {
+    std::string quoted(1, '"');
+    quoted.append(s);
+    quoted.push_back('"');
+    return quoted;
+}
 
 std::string Hex(std::uint32_t value) {
     static const char digits[] = "0123456789ABCDEF";

@@ -12,7 +12,12 @@ namespace fake {
 
 namespace {
 
-std::string Quote(std::string_view s) { return "\"" + std::string(s) + "\""; }
+std::string Quote(std::string_view s) {
+    std::string quoted(1, '"');
+    quoted.append(s);
+    quoted.push_back('"');
+    return quoted;
+}
 
 std::string Upper(std::string_view s) {
     std::string out(s);

@@ -14,7 +14,12 @@ namespace fake {
 
 namespace {
 
-std::string Quote(std::string_view s) { return "\"" + std::string(s) + "\""; }
+std::string Quote(std::string_view s) {
+    std::string quoted(1, '"');
+    quoted.append(s);
+    quoted.push_back('"');
+    return quoted;
+}
 
 char Upper(char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
 

@@ -365,7 +365,7 @@ bool ConsoleWindows::SetForegroundWindow(platform::WindowHandle window) {
 std::int32_t ConsoleWindows::MessageBoxA(platform::WindowHandle, const std::string& text, const std::string& caption,
                                          std::uint32_t type) {
     std::string shown = text;
-    for (std::size_t at; (at = shown.find("\r\n")) != std::string::npos;) shown.replace(at, 2, "\n");
+    for (std::size_t at; (at = shown.find("\r\n")) != std::string::npos;) shown.replace(at, 2, 1, '\n');
     while (!shown.empty() && shown.back() == '\n') shown.pop_back();
     const std::string line = caption + ": " + shown + "\n";
     if (sink_)

@@ -239,7 +239,10 @@ std::string EventSources::windowsPath(const Watch& w, const char* name) const {
         std::find_if(known_.begin(), known_.end(), [&](const DriveRecord& d) { return d.letter == w.letter; });
     if (it == known_.end()) return {};
     std::string rest = w.native.substr(std::min(w.native.size(), it->mountPoint == "/" ? 0 : it->mountPoint.size()));
-    if (name != nullptr && *name != '\0') rest += "/" + std::string(name);
+    if (name != nullptr && *name != '\0') {
+        rest.push_back('/');
+        rest.append(name);
+    }
     for (char& c : rest)
         if (c == '/') c = '\\';
     while (!rest.empty() && rest.front() == '\\') rest.erase(0, 1);

@@ -219,7 +219,7 @@ std::string LinuxHandles::DeviceFormName(int fd) {
         std::string rest = found.mountPoint == "/" ? target : target.substr(found.mountPoint.size());
         for (char& c : rest)
             if (c == '/') c = '\\';
-        if (!rest.empty() && rest.front() != '\\') rest.insert(0, "\\");
+        if (!rest.empty() && rest.front() != '\\') rest.insert(rest.begin(), '\\');
         return d.DosDevice() + rest;
     }
     return target;

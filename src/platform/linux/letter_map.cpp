@@ -222,7 +222,7 @@ std::optional<std::string> LetterMap::ToNative(const std::string& windowsPath) {
     std::string base = d->mountPoint;
     if (base == "/") base.clear();
     if (rest.empty() || rest == "/") return base.empty() ? std::string("/") : base;
-    if (rest.front() != '/') rest.insert(0, "/");
+    if (rest.front() != '/') rest.insert(rest.begin(), '/');
     return base + rest;
 }
 

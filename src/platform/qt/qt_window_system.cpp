@@ -46,7 +46,7 @@ bool QtWindowSystem::SetForegroundWindow(platform::WindowHandle window) {
 std::int32_t QtWindowSystem::MessageBoxA(platform::WindowHandle, const std::string& text, const std::string& caption,
                                          std::uint32_t type) {
     std::string shown = text;
-    for (std::size_t at; (at = shown.find("\r\n")) != std::string::npos;) shown.replace(at, 2, "\n");
+    for (std::size_t at; (at = shown.find("\r\n")) != std::string::npos;) shown.replace(at, 2, 1, '\n');
     QMessageBox box(IconOf(type), Q(caption), Q(shown), QMessageBox::NoButton, window_.Widget());
     struct Choice {
         const char* label;
