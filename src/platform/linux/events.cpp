@@ -158,29 +158,32 @@ void EventSources::readMounts(std::vector<SystemEvent>& out, bool force) {
         return nullptr;
     };
     bool removed = false, arrived = false;
+    std::vector<SystemEvent> drives;
     for (const auto& old : known_) {
         const DriveRecord* still = find(now, old);
         if (still == nullptr) {
-            out.push_back({Kind::DriveRemoved, old.Root(), "", MaskOf(old.letter), old.devNode});
+            drives.push_back({Kind::DriveRemoved, old.Root(), "", MaskOf(old.letter), old.devNode});
             removed = true;
         } else if (old.Ready() && !still->Ready()) {
-            out.push_back({Kind::MediaRemoved, old.Root(), "", MaskOf(old.letter), old.devNode});
+            drives.push_back({Kind::MediaRemoved, old.Root(), "", MaskOf(old.letter), old.devNode});
         } else if (!old.Ready() && still->Ready()) {
-            out.push_back({Kind::MediaInserted, old.Root(), "", MaskOf(old.letter), old.devNode});
+            drives.push_back({Kind::MediaInserted, old.Root(), "", MaskOf(old.letter), old.devNode});
         }
     }
     for (const auto& d : now) {
         if (find(known_, d) != nullptr) continue;
-        out.push_back({Kind::DriveAdded, d.Root(), "", MaskOf(d.letter), d.devNode});
+        drives.push_back({Kind::DriveAdded, d.Root(), "", MaskOf(d.letter), d.devNode});
         arrived = true;
     }
     // A drive that comes or goes is a device change as well (the volume's
-    // arrival), unless the device monitor already told it.
+    // arrival), unless the device monitor already told it; as on Windows the
+    // broadcast comes first and the shell's report of the drive after it.
     auto told = [&](Kind k) {
         return std::any_of(out.begin(), out.end(), [&](const SystemEvent& e) { return e.kind == k; });
     };
     if (removed && !told(Kind::DeviceRemoved)) out.push_back({Kind::DeviceRemoved, "", "", 0, "mount table"});
     if (arrived && !told(Kind::DeviceArrived)) out.push_back({Kind::DeviceArrived, "", "", 0, "mount table"});
+    out.insert(out.end(), drives.begin(), drives.end());
     const bool changed = removed || arrived || now.size() != known_.size() ||
                          !std::equal(now.begin(), now.end(), known_.begin(), known_.end(),
                                      [](const DriveRecord& a, const DriveRecord& b) {

@@ -1,5 +1,7 @@
 #include "platform/linux/system.h"
 
+#include "platform/window_system.h"
+
 namespace linuxbk {
 
 System::System(Options options)
@@ -15,6 +17,51 @@ System::System(Options options)
 platform::Services System::Services(platform::WindowSystem* windows) {
     return {app_,     volumes_, profile_, windows != nullptr ? *windows : console_, shell_, volumes_, devices_,
             devices_, devices_, handles_};
+}
+
+std::uint32_t System::ShellEventCode(SystemEvent::Kind kind) {
+    using Kind = SystemEvent::Kind;
+    switch (kind) {
+    case Kind::Renamed:
+        return 0x1;
+    case Kind::Created:
+        return 0x2;
+    case Kind::Deleted:
+        return 0x4;
+    case Kind::FolderCreated:
+        return 0x8;
+    case Kind::FolderRemoved:
+        return 0x10;
+    case Kind::MediaInserted:
+        return 0x20;
+    case Kind::MediaRemoved:
+        return 0x40;
+    case Kind::DriveRemoved:
+        return 0x80;
+    case Kind::DriveAdded:
+        return 0x100;
+    case Kind::AttributesChanged:
+        return 0x800;
+    default:
+        return 0;
+    }
+}
+
+void System::Deliver(platform::WindowHandle window, const SystemEvent& event) {
+    using Kind = SystemEvent::Kind;
+    if (event.kind == Kind::DeviceArrived) {
+        console_.Deliver(window, platform::kWmDeviceChange, platform::kDbtDeviceArrival, 0);
+    } else if (event.kind == Kind::DeviceRemoved) {
+        console_.Deliver(window, platform::kWmDeviceChange, platform::kDbtDeviceRemoveComplete, 0);
+    } else if (const std::uint32_t code = ShellEventCode(event.kind); code != 0) {
+        auto item = [this](const std::string& path) -> platform::Pidl {
+            return path.empty() ? 0 : shell_.Item(EventSources::DisplayName(path), path);
+        };
+        const std::uintptr_t record = shell_.ReportRecord(item(event.path1), item(event.path2));
+        const auto registered = shell_.Registrations();
+        for (const auto& [target, message] : registered)
+            console_.Deliver(target, message, record, static_cast<std::intptr_t>(static_cast<std::int32_t>(code)));
+    }
 }
 
 } // namespace linuxbk

@@ -34,6 +34,14 @@ public:
     // (the Qt window layer's) is given.
     platform::Services Services(platform::WindowSystem* windows = nullptr);
 
+    // Delivers one event as a window receives it: device arrival and removal
+    // as WM_DEVICECHANGE through the procedure chain of window, drive, medium
+    // and file changes as WM_SHNOTIFY reports (with items the shell stand-in
+    // can name) to every window registered for reports.
+    void Deliver(platform::WindowHandle window, const SystemEvent& event);
+    // The shell report event code of an event; 0 for device events.
+    static std::uint32_t ShellEventCode(SystemEvent::Kind kind);
+
     LetterMap& Map() { return map_; }
     LinuxVolumes& Volumes() { return volumes_; }
     LinuxDevices& Devices() { return devices_; }

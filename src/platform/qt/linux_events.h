@@ -29,9 +29,6 @@ public:
     // Sees every event after it was delivered.
     void OnEvent(std::function<void(const linuxbk::SystemEvent&)> observer) { observer_ = std::move(observer); }
 
-    // The shell report event code of an event; 0 for device events.
-    static std::uint32_t ShellEventCode(linuxbk::SystemEvent::Kind kind);
-
 private:
     linuxbk::System& system_;
     QtWindow& window_;
