@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -271,6 +272,100 @@ TEST(CtlProgram, ExitCodesAndMessagesOfTheProgramItself) {
     EXPECT_EQ(run(ctl + " serial Q:" + machine), ctl::kNotFound);
     EXPECT_EQ(run(ctl + " list --machine /nonexistent/m.json", &err), ctl::kBadArguments);
     EXPECT_NE(err.find("/nonexistent/m.json"), std::string::npos) << err;
+}
+
+// The simulated machine's side of watch: a script of system events, each
+// followed by the messages that reached the window's own procedure.
+class ScriptedWatch : public ctl::WatchLoop {
+public:
+    using Step = std::function<void(fake::Machine&, platform::WindowHandle)>;
+    ScriptedWatch(fake::Machine& machine, std::vector<Step> steps) : machine_(machine), steps_(std::move(steps)) {}
+    static constexpr platform::WindowHandle kWindow = 0x7700;
+    platform::WindowHandle Window() override { return kWindow; }
+    void Run(const Seen& seen) override {
+        for (const auto& step : steps_) {
+            step(machine_, kWindow);
+            const auto& reached = machine_.OwnProcedureMessages();
+            for (; passed_ < reached.size(); ++passed_) seen(reached[passed_].message, reached[passed_].wParam, 0);
+            // The program's procedures stay in front of the window's own while it runs.
+            procedureWhileRunning_ = machine_.CurrentProcedure(kWindow);
+        }
+    }
+    std::intptr_t ProcedureWhileRunning() const { return procedureWhileRunning_; }
+
+private:
+    fake::Machine& machine_;
+    std::vector<Step> steps_;
+    std::size_t passed_ = 0;
+    std::intptr_t procedureWhileRunning_ = 0;
+};
+
+fake::Drive Stick(const std::string& root, const std::string& label) {
+    const nlohmann::json drive = {
+        {"root", root + "\\"},      {"type", 2},         {"label", label}, {"fileSystem", "FAT32"},
+        {"totalBytes", 1000000000}, {"freeBytes", 1000}, {"bus", 7}};
+    return fake::Machine::DriveFromJson(drive.dump());
+}
+
+TEST(CtlWatch, DevicesAndReportsAsTheProgramSeesThem) {
+    Bench b;
+    constexpr std::uint32_t kDriveAdd = 0x100, kMkdir = 0x8, kDevNodesChanged = 0x7;
+    ScriptedWatch loop(
+        b.machine,
+        {// A stick arrives: the broadcast, then the shell's report of the new drive.
+         [](fake::Machine& m, platform::WindowHandle w) {
+             m.AddDrive(Stick("H:", "NEW"));
+             m.Deliver(w, platform::kWmDeviceChange, platform::kDbtDeviceArrival, 0);
+             m.ShellReport(kDriveAdd, m.ShellItem("NEW (H:)", "H:\\"), 0);
+         },
+         // A folder made on a drive.
+         [](fake::Machine& m, platform::WindowHandle) { m.ShellReport(kMkdir, m.ShellItem("docs", "E:\\docs"), 0); },
+         // Two sticks go at once; then a device change the program does not handle.
+         [](fake::Machine& m, platform::WindowHandle w) {
+             m.RemoveDrive("F:\\");
+             m.RemoveDrive("H:\\");
+             m.Deliver(w, platform::kWmDeviceChange, platform::kDbtDeviceRemoveComplete, 0);
+             m.Deliver(w, platform::kWmDeviceChange, kDevNodesChanged, 0);
+         },
+         // A device that is no drive.
+         [](fake::Machine& m, platform::WindowHandle w) {
+             m.Deliver(w, platform::kWmDeviceChange, platform::kDbtDeviceArrival, 0);
+         }});
+    const auto parsed = ctl::ParseArgs({"watch"});
+    ASSERT_EQ(parsed.error, "");
+    std::ostringstream out, err;
+    EXPECT_EQ(b.tool.Run(parsed.options, out, err, &loop), ctl::kOk) << err.str();
+    EXPECT_EQ(out.str(), "arrival H:\\ NEW (Removable)\n"
+                         "change H:\\ SHCNE_DRIVEADD; first item displayname: NEW (H:); first item path: H:\\\n"
+                         "change E:\\ SHCNE_MKDIR; first item displayname: docs; first item path: E:\\docs\n"
+                         "removal F:\\ BACKUP (Removable)\n"
+                         "removal H:\\ NEW (Removable)\n"
+                         "arrival - no drive came\n");
+    EXPECT_EQ(err.str(), "");
+    // The program's procedures were in the chain while watching, and are out of it after.
+    EXPECT_NE(loop.ProcedureWhileRunning(), fake::Machine::kOwnProcedure);
+    EXPECT_EQ(b.machine.CurrentProcedure(ScriptedWatch::kWindow), fake::Machine::kOwnProcedure);
+    EXPECT_TRUE(b.machine.ShellRegistered()) << "registered for the shell's reports";
+    // A tool does not beep at every device, nor raise a window it does not have.
+    EXPECT_EQ(b.machine.Beeps(), 0);
+    EXPECT_TRUE(b.machine.Calls("SetWindowPos").empty());
+}
+
+TEST(CtlWatch, JsonLinesAndASystemWithoutEvents) {
+    Bench b;
+    ScriptedWatch loop(b.machine, {[](fake::Machine& m, platform::WindowHandle w) {
+                           m.AddDrive(Stick("K:", "Q\"UOTE"));
+                           m.Deliver(w, platform::kWmDeviceChange, platform::kDbtDeviceArrival, 0);
+                       }});
+    const auto parsed = ctl::ParseArgs({"watch", "--json"});
+    std::ostringstream out, err;
+    EXPECT_EQ(b.tool.Run(parsed.options, out, err, &loop), ctl::kOk);
+    const auto line = nlohmann::json::parse(out.str());
+    EXPECT_EQ(line, (nlohmann::json{{"event", "arrival"}, {"root", "K:\\"}, {"detail", "Q\"UOTE (Removable)"}}));
+
+    std::ostringstream none, noneErr;
+    EXPECT_EQ(b.tool.Run(parsed.options, none, noneErr), ctl::kSystemError);
+    EXPECT_EQ(noneErr.str(), "kestrinectl: This system offers no device events to watch.\n");
 }
 
 TEST(CtlFakeProcesses, MalformedDescriptionsAreRejected) {

@@ -10,6 +10,8 @@
 #include "app/vb.h"
 #include "drives/modGetDriveSerialNumber.h"
 #include "drives/modGetDriveType.h"
+#include "notify/device_change.h"
+#include "notify/shell_notify.h"
 #include "platform/fake/headless_view.h"
 #include "release/modLockFileInfo.h"
 #include "release/modRemoveUsbDrive.h"
@@ -89,6 +91,89 @@ private:
     int requests_ = 0;
 };
 
+// The window system as a window-less tool needs it: no beeps, and message
+// boxes become lines on standard error with their default answer, so nothing
+// waits for a click. Everything else passes through.
+class ToolWindows : public platform::WindowSystem {
+public:
+    explicit ToolWindows(platform::WindowSystem& inner) : inner_(inner) {}
+    void SetErrors(std::ostream* err) { err_ = err; }
+
+    platform::WindowHandle FindWindowA(const std::string& c, const std::string& n) override {
+        return inner_.FindWindowA(c, n);
+    }
+    platform::WindowHandle GetWindow(platform::WindowHandle w, std::uint32_t c) override {
+        return inner_.GetWindow(w, c);
+    }
+    bool OpenIcon(platform::WindowHandle) override { return true; }
+    bool SetForegroundWindow(platform::WindowHandle) override { return true; }
+    std::int32_t MessageBoxA(platform::WindowHandle, const std::string& text, const std::string& caption,
+                             std::uint32_t type) override {
+        std::string shown;
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') {
+                shown += ' ';
+                ++i;
+            } else {
+                shown += text[i];
+            }
+        }
+        if (err_ != nullptr) *err_ << "kestrinectl: " << caption << ": " << shown << '\n';
+        if ((type & 0xF) == platform::kMbYesNo)
+            return (type & platform::kMbDefButton2) != 0 ? platform::kIdNo : platform::kIdYes;
+        return platform::kIdOk;
+    }
+    void DoEvents() override { inner_.DoEvents(); }
+    float Timer() override { return inner_.Timer(); }
+    std::intptr_t SendMessageA(platform::WindowHandle w, std::uint32_t m, std::uintptr_t wp,
+                               std::intptr_t lp) override {
+        return inner_.SendMessageA(w, m, wp, lp);
+    }
+    std::intptr_t GetWindowLongA(platform::WindowHandle w, std::int32_t i) override {
+        return inner_.GetWindowLongA(w, i);
+    }
+    std::intptr_t SetWindowLongA(platform::WindowHandle w, std::int32_t i, std::intptr_t v) override {
+        return inner_.SetWindowLongA(w, i, v);
+    }
+    std::intptr_t CallWindowProcA(std::intptr_t p, platform::WindowHandle w, std::uint32_t m, std::uintptr_t wp,
+                                  std::intptr_t lp) override {
+        return inner_.CallWindowProcA(p, w, m, wp, lp);
+    }
+    bool SetPropA(platform::WindowHandle w, const std::string& n, std::intptr_t v) override {
+        return inner_.SetPropA(w, n, v);
+    }
+    std::intptr_t GetPropA(platform::WindowHandle w, const std::string& n) override { return inner_.GetPropA(w, n); }
+    std::intptr_t RemovePropA(platform::WindowHandle w, const std::string& n) override {
+        return inner_.RemovePropA(w, n);
+    }
+    bool MessageBeep(std::uint32_t) override { return true; }
+    bool FlashWindow(platform::WindowHandle, bool) override { return true; }
+    bool SetWindowPos(platform::WindowHandle, platform::WindowHandle, std::int32_t, std::int32_t, std::int32_t,
+                      std::int32_t, std::uint32_t) override {
+        return true;
+    }
+    platform::TwipsRect WorkArea() override { return inner_.WorkArea(); }
+    std::uintptr_t LoadPicture(const std::string& file) override { return inner_.LoadPicture(file); }
+
+private:
+    platform::WindowSystem& inner_;
+    std::ostream* err_ = nullptr;
+};
+
+// A row of the window's drive list.
+struct ListedDrive {
+    std::string root, label, kind;
+};
+
+std::vector<ListedDrive> ListedDrives(const app::View& v) {
+    std::vector<ListedDrive> rows;
+    const int items = v.ItemCount(app::Ctl::ListView1);
+    for (int i = 1; i <= items; ++i)
+        rows.push_back({v.ItemText(app::Ctl::ListView1, i), v.SubItem(app::Ctl::ListView1, i, 1),
+                        v.SubItem(app::Ctl::ListView1, i, 2)});
+    return rows;
+}
+
 std::uint64_t U64(const std::array<std::uint8_t, 8>& b) {
     std::uint64_t v = 0;
     for (std::size_t i = 8; i-- > 0;) v = v << 8 | b[i];
@@ -167,17 +252,22 @@ std::string VetoTypeName(std::int32_t type) {
 
 struct Tool::State {
     explicit State(platform::Services& sys)
-        : veto(sys.devices), services{sys.app, sys.volumes, sys.profile, sys.windows,    sys.shell,
-                                      sys.fso, sys.storage, veto,        sys.management, sys.native},
+        : veto(sys.devices),
+          windows(sys.windows), services{sys.app, sys.volumes, sys.profile, windows,        sys.shell,
+                                         sys.fso, sys.storage, veto,        sys.management, sys.native},
           form(services, view) {}
     VetoRecorder veto;
+    ToolWindows windows;
     platform::Services services;
     fake::HeadlessView view;
     app::frmMain form;
+    // While watching: the window and the drives listed.
+    platform::WindowHandle watched = 0;
+    std::vector<ListedDrive> drives;
 };
 
 Tool::Tool(Context context) : ctx_(std::move(context)), state_(std::make_unique<State>(ctx_.sys)) {}
-Tool::~Tool() = default;
+Tool::~Tool() { Unwatch(); }
 
 std::vector<DriveRow> Tool::List() {
     app::frmMain& form = state_->form;
@@ -299,6 +389,76 @@ SerialResult Tool::Serial(const std::string& root) {
     return {serial, single};
 }
 
+void Tool::Watch(platform::WindowHandle window) {
+    app::Program& prog = state_->form.program();
+    fake::HeadlessView& v = state_->view;
+    v.SetHwnd(window);
+    state_->watched = window;
+    state_->form.FillDriveList(false);
+    state_->drives = ListedDrives(v);
+    // The program's own order: the device-change procedure first, the shell
+    // report procedure in front of it, registered for every report.
+    prog.DeviceWatchEnabled = app::kTrue;
+    notify::HookDeviceChange(prog, window);
+    state_->form.SubClassNotify();
+    v.SetText(app::Ctl::Text1, "");
+}
+
+void Tool::Unwatch() {
+    if (state_->watched == 0) return;
+    app::Program& prog = state_->form.program();
+    notify::UnsubclassWindow(prog, state_->watched);
+    notify::UnhookDeviceChange(prog, state_->watched);
+    prog.PrevWndProc = 0;
+    state_->watched = 0;
+}
+
+std::vector<WatchEvent> Tool::Seen(std::uint32_t message, std::uintptr_t wParam) {
+    fake::HeadlessView& v = state_->view;
+    std::vector<WatchEvent> events;
+    if (message == platform::kWmDeviceChange &&
+        (wParam == platform::kDbtDeviceArrival || wParam == platform::kDbtDeviceRemoveComplete)) {
+        // The device handling refilled the drive list: one line per drive that came or went.
+        const bool arrival = wParam == platform::kDbtDeviceArrival;
+        const std::vector<ListedDrive> now = ListedDrives(v);
+        const std::vector<ListedDrive>& from = arrival ? now : state_->drives;
+        const std::vector<ListedDrive>& against = arrival ? state_->drives : now;
+        for (const auto& d : from) {
+            const bool stays = std::any_of(against.begin(), against.end(),
+                                           [&](const ListedDrive& other) { return other.root == d.root; });
+            if (!stays) events.push_back({arrival ? "arrival" : "removal", d.root, d.label + " (" + d.kind + ")"});
+        }
+        if (events.empty())
+            events.push_back({arrival ? "arrival" : "removal", "", arrival ? "no drive came" : "no drive went"});
+        state_->drives = now;
+        return events;
+    }
+    if (message == platform::kWmShNotify) {
+        // The shell handling logged the report in the window's log; the
+        // log is emptied after each report so a long watch does not grow.
+        const std::string entry = v.Text(app::Ctl::Text1);
+        v.SetText(app::Ctl::Text1, "");
+        WatchEvent e{"change", "", ""};
+        std::size_t at = 0;
+        while (at < entry.size()) {
+            std::size_t end = entry.find("\r\n", at);
+            if (end == std::string::npos) end = entry.size();
+            const std::string line = entry.substr(at, end - at);
+            at = end + 2;
+            if (line.empty()) continue;
+            e.detail += (e.detail.empty() ? "" : "; ") + line;
+            // The drive of the first path the report names.
+            const auto path = line.find(" path: ");
+            const std::string named = path != std::string::npos ? line.substr(path + 7) : line;
+            if (e.root.empty() && named.size() >= 3 && named[1] == ':' && named[2] == '\\' && named[0] >= 'A' &&
+                named[0] <= 'Z')
+                e.root = named.substr(0, 3);
+        }
+        if (!e.detail.empty()) events.push_back(std::move(e));
+    }
+    return events;
+}
+
 // --- the command line ---
 
 Parsed ParseArgs(const std::vector<std::string>& args) {
@@ -402,7 +562,8 @@ std::string Usage(const std::string& command) {
            "            4 not a USB drive, 5 in use or refused.\n";
 }
 
-int Tool::Run(const Options& o, std::ostream& out, std::ostream& err, const WatchSource& watchSource) {
+int Tool::Run(const Options& o, std::ostream& out, std::ostream& err, WatchLoop* watchLoop) {
+    state_->windows.SetErrors(&err);
     if (o.help) {
         out << Usage(o.command);
         return kOk;
@@ -411,7 +572,7 @@ int Tool::Run(const Options& o, std::ostream& out, std::ostream& err, const Watc
     if (o.command == "release") return release(o, out, err);
     if (o.command == "who") return who(o, out, err);
     if (o.command == "serial") return serial(o, out, err);
-    if (o.command == "watch") return watch(o, out, err, watchSource);
+    if (o.command == "watch") return watch(o, out, err, watchLoop);
     err << kProgram << "Unknown command " << o.command << ".\n";
     return kBadArguments;
 }
@@ -545,17 +706,22 @@ int Tool::serial(const Options& o, std::ostream& out, std::ostream& err) {
     return kOk;
 }
 
-int Tool::watch(const Options& o, std::ostream& out, std::ostream& err, const WatchSource& source) {
-    auto sink = [&](const WatchEvent& e) {
-        if (o.json)
-            out << Json{{"event", e.kind}, {"root", e.root}, {"detail", e.detail}}.dump() << std::endl;
-        else
-            out << e.kind << ' ' << (e.root.empty() ? "-" : e.root) << ' ' << e.detail << std::endl;
-    };
-    if (!source || !source(sink)) {
+int Tool::watch(const Options& o, std::ostream& out, std::ostream& err, WatchLoop* loop) {
+    const platform::WindowHandle window = loop != nullptr ? loop->Window() : 0;
+    if (window == 0) {
         err << kProgram << "This system offers no device events to watch.\n";
         return kSystemError;
     }
+    Watch(window);
+    loop->Run([&](std::uint32_t message, std::uintptr_t wParam, std::intptr_t) {
+        for (const auto& e : Seen(message, wParam)) {
+            if (o.json)
+                out << Json{{"event", e.kind}, {"root", e.root}, {"detail", e.detail}}.dump() << std::endl;
+            else
+                out << e.kind << ' ' << (e.root.empty() ? "-" : e.root) << ' ' << e.detail << std::endl;
+        }
+    });
+    Unwatch();
     return kOk;
 }
 

@@ -87,7 +87,22 @@ struct SerialResult {
 struct WatchEvent {
     std::string kind;   // "arrival", "removal" or "change"
     std::string root;   // the drive, when one is named ("E:\")
-    std::string detail; // the device or the changed path
+    std::string detail; // the drive's label and kind, or the report as the window logs it
+};
+
+// A system's side of watch: a window that receives the system's device
+// broadcasts and shell reports, and a loop that delivers them to it until
+// interrupted. The tool hooks the program's device and shell handling into
+// the window's chain of procedures; what passed the chain reaches the
+// window's own procedure, which hands it to `seen`.
+class WatchLoop {
+public:
+    virtual ~WatchLoop() = default;
+    // The window; 0 when this system offers no events to watch.
+    virtual platform::WindowHandle Window() = 0;
+    using Seen = std::function<void(std::uint32_t message, std::uintptr_t wParam, std::intptr_t lParam)>;
+    // Delivers events until interrupted.
+    virtual void Run(const Seen& seen) = 0;
 };
 
 // The name of a PNP_VETO_TYPE value ("OutstandingOpen").
@@ -111,10 +126,18 @@ public:
     ReleaseResult Eject(const std::string& root);
     SerialResult Serial(const std::string& root);
 
-    // Runs a parsed command line; watch needs a source of events that calls
-    // its sink until interrupted (false: there is none on this system).
-    using WatchSource = std::function<bool(const std::function<void(const WatchEvent&)>&)>;
-    int Run(const Options& options, std::ostream& out, std::ostream& err, const WatchSource& watch = {});
+    // The events a message that passed the window's procedures stands for,
+    // as the program's handling left its drive list and its log: one per
+    // drive that came or went, one per logged report; none for a message
+    // the program does not handle. Watch() must run first.
+    std::vector<WatchEvent> Seen(std::uint32_t message, std::uintptr_t wParam);
+    // Hooks the program's device and shell handling into the window; Unwatch() takes them out.
+    void Watch(platform::WindowHandle window);
+    void Unwatch();
+
+    // Runs a parsed command line; watch needs the system's loop (nothing: it
+    // offers no events).
+    int Run(const Options& options, std::ostream& out, std::ostream& err, WatchLoop* watch = nullptr);
 
 private:
     struct State;
@@ -122,7 +145,7 @@ private:
     int release(const Options& o, std::ostream& out, std::ostream& err);
     int who(const Options& o, std::ostream& out, std::ostream& err);
     int serial(const Options& o, std::ostream& out, std::ostream& err);
-    int watch(const Options& o, std::ostream& out, std::ostream& err, const WatchSource& source);
+    int watch(const Options& o, std::ostream& out, std::ostream& err, WatchLoop* loop);
 
     Context ctx_;
     std::unique_ptr<State> state_;

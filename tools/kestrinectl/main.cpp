@@ -17,12 +17,16 @@
 #endif
 
 #if defined(KESTRINE_CTL_LINUX)
+#include "linux_watch.h"
 #include "platform/linux/processes.h"
 #include "platform/linux/system.h"
 #endif
 #if defined(KESTRINE_CTL_WIN32)
+#include <windows.h>
+
 #include "platform/win32/backend.h"
 #include "win32_processes.h"
+#include "win32_watch.h"
 #endif
 
 namespace {
@@ -68,41 +72,36 @@ int RunOnLinux(const ctl::Options& options) {
         if (d == nullptr) return std::nullopt;
         return ctl::DrivePlace{d->mountPoint, d->devNode};
     };
-    auto watch = [&](const std::function<void(const ctl::WatchEvent&)>& sink) {
-        linuxbk::EventSources* events = system.Events();
-        if (events == nullptr || events->MonitorSource().empty()) return false;
-        std::signal(SIGINT, OnSignal);
-        std::signal(SIGTERM, OnSignal);
-        using Kind = linuxbk::SystemEvent::Kind;
-        while (gStop == 0) {
-            for (const auto& e : events->Wait(250)) {
-                ctl::WatchEvent w;
-                w.kind = e.kind == Kind::DeviceArrived   ? "arrival"
-                         : e.kind == Kind::DeviceRemoved ? "removal"
-                                                         : "change";
-                w.root = e.path1.size() >= 3 && e.path1[1] == ':' ? e.path1.substr(0, 3) : "";
-                for (int bit = 0; bit < 26 && w.root.empty(); ++bit)
-                    if ((e.driveMask >> bit & 1u) != 0) w.root = std::string(1, static_cast<char>('A' + bit)) + ":\\";
-                w.detail = w.kind == "change" ? std::string(linuxbk::KindName(e.kind)) + " " + e.path1 +
-                                                    (e.path2.empty() ? "" : " -> " + e.path2)
-                                              : e.device;
-                sink(w);
-            }
-        }
-        return true;
-    };
+    std::signal(SIGINT, OnSignal);
+    std::signal(SIGTERM, OnSignal);
+    ctllinux::LinuxWatchLoop watch(system, [] { return gStop == 0; });
     ctl::Tool tool({services, processes, place});
-    return tool.Run(options, std::cout, std::cerr, watch);
+    return tool.Run(options, std::cout, std::cerr, &watch);
 }
 #endif
 
 #if defined(KESTRINE_CTL_WIN32)
+ctlwin::WatchWindow* gWatch = nullptr;
+
+BOOL WINAPI OnConsoleControl(DWORD) {
+    if (gWatch == nullptr) return FALSE;
+    gWatch->Stop();
+    return TRUE;
+}
+
 int RunOnWindows(const ctl::Options& options) {
     win32::Backend backend;
     platform::Services services = backend.services();
     ctlwin::RestartManagerProcesses processes;
     ctl::Tool tool({services, processes, {}});
-    return tool.Run(options, std::cout, std::cerr);
+    if (options.command != "watch" || options.help) return tool.Run(options, std::cout, std::cerr);
+    ctlwin::WatchWindow watch(backend.windows);
+    gWatch = &watch;
+    ::SetConsoleCtrlHandler(&OnConsoleControl, TRUE);
+    const int code = tool.Run(options, std::cout, std::cerr, &watch);
+    ::SetConsoleCtrlHandler(&OnConsoleControl, FALSE);
+    gWatch = nullptr;
+    return code;
 }
 #endif
 

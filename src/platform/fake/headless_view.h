@@ -50,6 +50,10 @@ public:
     int PopupCount() const { return popupCount_; }
     bool Focused(app::Ctl control) const { return focus_ == control; }
 
+    // Stands for another window from now on (a window-less tool that lends
+    // the program a hidden window of the system to receive broadcasts).
+    void SetHwnd(platform::WindowHandle handle) { handle_ = handle; }
+
     // View
     void SetEvents(app::ViewEvents* events) override { events_ = events; }
     platform::WindowHandle hWnd() const override { return handle_; }
