@@ -46,6 +46,38 @@ wine cmd.exe /c exit >/dev/null 2>&1 </dev/null
 echo "== Windows tests under Wine"
 ctest --test-dir "$build" --output-on-failure --timeout 120
 
+echo "== kestrinectl.exe under Wine: each command, its output and exit code"
+ctl="$root/$build/tools/kestrinectl.exe"
+# Runs kestrinectl.exe; its output (without carriage returns, and without Wine's
+# own "wine: ..." notes about its Z: drive) goes to the log,
+# and the exit code must be the one expected.
+expect_ctl() {
+  local want=$1 code
+  shift
+  echo "  \$ kestrinectl $* (expecting exit code $want)"
+  set +e
+  wine "$ctl" "$@" >"$root/$build/ctl.out" 2>"$root/$build/ctl.err"
+  code=$?
+  set -e
+  tr -d '\r' <"$root/$build/ctl.out" | sed 's/^/    /'
+  tr -d '\r' <"$root/$build/ctl.err" | grep -v '^wine: ' | sed 's/^/    (stderr) /' || true
+  [ "$code" -eq "$want" ] || { echo "kestrinectl $*: exit code $code, expected $want" >&2; exit 1; }
+}
+expect_ctl 0 list
+grep -q '^C:\\' "$root/$build/ctl.out" || { echo "kestrinectl list: no C:\\ row" >&2; exit 1; }
+expect_ctl 0 list --json
+tr -d '\r' <"$root/$build/ctl.out" | python3 -c 'import json,sys; d=json.load(sys.stdin); assert d["version"]==1 and any(x["root"]=="C:\\" for x in d["drives"]), d'
+expect_ctl 0 list --usb
+expect_ctl 0 serial C:
+expect_ctl 0 who C: --json
+expect_ctl 5 release C:
+grep -q 'C:\\ is the system drive' "$root/$build/ctl.err" || { echo "release C: did not name the system drive" >&2; exit 1; }
+expect_ctl 3 release Q:
+expect_ctl 4 release Z:
+expect_ctl 3 release --all-usb --json
+expect_ctl 2 frob
+expect_ctl 0 watch --help
+
 echo "== smoke run of Kestrine.exe"
 caption="Kestrine  [ no USB device found on this computer ]"
 smoke="$root/$build/smoke"
