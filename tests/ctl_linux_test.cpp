@@ -3,11 +3,8 @@
 // These tests need root; elsewhere they are skipped with the reason.
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <fcntl.h>
 #include <sstream>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include "ctl/ctl.h"
 #include "linux_test_support.h"
@@ -17,44 +14,7 @@
 namespace {
 
 using linuxbk::System;
-
-// A child that opens a file on the drive, moves into a folder of it, says so
-// through a pipe and waits to be killed.
-class Holder {
-public:
-    Holder(const std::string& file, const std::string& folder) {
-        int fds[2];
-        if (::pipe(fds) != 0) return;
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            ::close(fds[0]);
-            const int fd = ::open(file.c_str(), O_CREAT | O_RDWR, 0644);
-            const bool ok = fd >= 0 && ::chdir(folder.c_str()) == 0;
-            const char answer = ok ? 'y' : 'n';
-            if (::write(fds[1], &answer, 1) != 1) ::_exit(1);
-            for (;;) ::pause();
-        }
-        ::close(fds[1]);
-        char answer = 'n';
-        ready_ = pid_ > 0 && ::read(fds[0], &answer, 1) == 1 && answer == 'y';
-        ::close(fds[0]);
-    }
-    ~Holder() { Stop(); }
-    Holder(const Holder&) = delete;
-    Holder& operator=(const Holder&) = delete;
-    void Stop() {
-        if (pid_ <= 0) return;
-        ::kill(pid_, SIGKILL);
-        ::waitpid(pid_, nullptr, 0);
-        pid_ = -1;
-    }
-    bool Ready() const { return ready_; }
-    std::uint32_t Pid() const { return static_cast<std::uint32_t>(pid_); }
-
-private:
-    pid_t pid_ = -1;
-    bool ready_ = false;
-};
+using linuxtest::Holder;
 
 std::optional<std::string> RootAt(System& sys, const std::string& mountPoint) {
     for (const auto& d : sys.Map().Drives())

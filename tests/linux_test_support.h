@@ -1,16 +1,21 @@
 #pragma once
 // Shared by the Linux backend's tests that need a real system: commands,
 // loop devices with ext4 file systems in a temporary folder, cleaned up on
-// every path.
+// every path, and a child process that holds a drive.
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <deque>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/mount.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace linuxtest {
@@ -46,9 +51,12 @@ public:
     ~LoopDrives() {
         for (auto it = drives_.rbegin(); it != drives_.rend(); ++it) {
             if (!it->mountPoint.empty()) ::umount2(it->mountPoint.c_str(), MNT_DETACH);
-            if (!it->device.empty()) Run("losetup -d " + it->device);
+            // Only while it is still ours: a test may have detached it, and
+            // another test process may have attached the same number since.
+            if (!it->device.empty() && Attached(*it)) Run("losetup -d " + it->device);
         }
-        if (!dir_.empty()) std::filesystem::remove_all(dir_);
+        std::error_code ec;
+        if (!dir_.empty()) std::filesystem::remove_all(dir_, ec);
     }
     LoopDrives(const LoopDrives&) = delete;
     LoopDrives& operator=(const LoopDrives&) = delete;
@@ -76,10 +84,57 @@ public:
         return d.mounted;
     }
     const std::string& Dir() const { return dir_; }
+    // Whether the loop device still has this drive's image behind it.
+    static bool Attached(const LoopDrive& d) {
+        if (d.device.size() <= 5) return false;
+        std::ifstream in("/sys/block/" + d.device.substr(5) + "/loop/backing_file");
+        std::string backing;
+        std::getline(in, backing);
+        std::error_code ec;
+        return !backing.empty() && backing == std::filesystem::weakly_canonical(d.image, ec).string();
+    }
 
 private:
     std::string dir_;
     std::deque<LoopDrive> drives_;
+};
+
+// A child that opens a file on a drive, moves into a folder of it, says so
+// through a pipe and waits to be killed.
+class Holder {
+public:
+    Holder(const std::string& file, const std::string& folder) {
+        int fds[2];
+        if (::pipe(fds) != 0) return;
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::close(fds[0]);
+            const int fd = ::open(file.c_str(), O_CREAT | O_RDWR, 0644);
+            const bool ok = fd >= 0 && ::chdir(folder.c_str()) == 0;
+            const char answer = ok ? 'y' : 'n';
+            if (::write(fds[1], &answer, 1) != 1) ::_exit(1);
+            for (;;) ::pause();
+        }
+        ::close(fds[1]);
+        char answer = 'n';
+        ready_ = pid_ > 0 && ::read(fds[0], &answer, 1) == 1 && answer == 'y';
+        ::close(fds[0]);
+    }
+    ~Holder() { Stop(); }
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
+    void Stop() {
+        if (pid_ <= 0) return;
+        ::kill(pid_, SIGKILL);
+        ::waitpid(pid_, nullptr, 0);
+        pid_ = -1;
+    }
+    bool Ready() const { return ready_; }
+    std::uint32_t Pid() const { return static_cast<std::uint32_t>(pid_); }
+
+private:
+    pid_t pid_ = -1;
+    bool ready_ = false;
 };
 
 // Skips the test, visibly, unless it runs as root on a system with loop devices.
