@@ -4,6 +4,8 @@
 // window through its procedure chain.
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include <QComboBox>
 #include <QLineEdit>
 #include <QMenu>
@@ -155,11 +157,26 @@ struct Seen {
     std::uint32_t message;
     std::uintptr_t wParam;
     std::intptr_t lParam;
+    std::string path1, path2; // a report's items, read while it is delivered
 };
 std::vector<Seen>* g_seen = nullptr;
+linuxbk::LinuxShell* g_shell = nullptr;
+
+std::string PathOf(platform::Pidl item) {
+    std::array<char, 260> path{};
+    return item != 0 && g_shell->SHGetPathFromIDListA(item, path) ? std::string(path.data()) : std::string("-");
+}
 
 std::intptr_t Record(platform::WindowHandle, std::uint32_t message, std::uintptr_t wParam, std::intptr_t lParam) {
-    if (g_seen != nullptr) g_seen->push_back({message, wParam, lParam});
+    if (g_seen == nullptr) return 0;
+    Seen seen{message, wParam, lParam, "", ""};
+    std::uintptr_t items[2] = {};
+    std::span<std::uint8_t> bytes(reinterpret_cast<std::uint8_t*>(items), sizeof items);
+    if (message == platform::kWmShNotify && g_shell->CopyMemory(bytes, wParam)) {
+        seen.path1 = PathOf(items[0]);
+        seen.path2 = PathOf(items[1]);
+    }
+    g_seen->push_back(seen);
     return 0;
 }
 
@@ -172,6 +189,7 @@ TEST(LinuxEventPump, DeviceAndShellEventsArriveThroughTheWindowsProcedureChain) 
     qtui::LinuxEventPump pump(system, window);
     std::vector<Seen> seen;
     g_seen = &seen;
+    g_shell = &system.Shell();
     const auto previous =
         windows.SetWindowLongA(window.hWnd(), platform::kGwlWndProc, reinterpret_cast<std::intptr_t>(&Record));
     EXPECT_NE(previous, 0);
@@ -195,18 +213,18 @@ TEST(LinuxEventPump, DeviceAndShellEventsArriveThroughTheWindowsProcedureChain) 
     EXPECT_EQ(seen[2].message, platform::kWmShNotify);
     EXPECT_EQ(seen[2].lParam, 0x1);
     EXPECT_EQ(seen[3].lParam, 0x100);
-    // The report names its items as the shell would.
+    // While delivered, the report names its items as the shell would.
+    EXPECT_EQ(seen[2].path1, "E:\\old.txt");
+    EXPECT_EQ(seen[2].path2, "E:\\new.txt");
+    EXPECT_EQ(seen[3].path1, "F:\\");
+    EXPECT_EQ(seen[3].path2, "-");
+    // Then the record and its items are gone: a long-running window does not grow with each report.
     std::uintptr_t items[2] = {};
     std::span<std::uint8_t> bytes(reinterpret_cast<std::uint8_t*>(items), sizeof items);
-    ASSERT_TRUE(shell.CopyMemory(bytes, seen[2].wParam));
-    std::array<char, 260> path{};
-    ASSERT_TRUE(shell.SHGetPathFromIDListA(items[1], path));
-    EXPECT_STREQ(path.data(), "E:\\new.txt");
-    ASSERT_TRUE(shell.CopyMemory(bytes, seen[3].wParam));
-    EXPECT_EQ(items[1], 0u);
-    ASSERT_TRUE(shell.SHGetPathFromIDListA(items[0], path));
-    EXPECT_STREQ(path.data(), "F:\\");
+    EXPECT_FALSE(shell.CopyMemory(bytes, seen[3].wParam));
+    EXPECT_EQ(shell.Items().Blocks(), 1u) << "only the desktop's item stays";
     g_seen = nullptr;
+    g_shell = nullptr;
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "platform/fake/machine.h"
 
+#include "platform/portable/scripting_drive.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -656,35 +658,21 @@ std::int32_t Machine::Shell_NotifyIconA(std::uint32_t message, std::span<const s
 
 // --- the shell's change reports ---
 
-std::uintptr_t Machine::Place(std::vector<std::uint8_t> bytes) {
-    const std::uintptr_t address = nextAddress_;
-    nextAddress_ += (bytes.size() + 16 + 15) & ~std::uintptr_t{15};
-    memory_.emplace(address, std::move(bytes));
-    return address;
-}
+std::uintptr_t Machine::Place(std::vector<std::uint8_t> bytes) { return shell_.Place(std::move(bytes)); }
 
 bool Machine::CopyMemory(std::span<std::uint8_t> destination, std::uintptr_t source) {
-    auto it = memory_.upper_bound(source);
-    if (it == memory_.begin()) return false;
-    --it;
-    const std::size_t offset = source - it->first;
-    if (offset + destination.size() > it->second.size()) return false;
-    std::memcpy(destination.data(), it->second.data() + offset, destination.size());
-    return true;
+    return shell_.CopyMemory(destination, source);
 }
 
 platform::Pidl Machine::ShellItem(const std::string& displayName, const std::string& path) {
-    const platform::Pidl pidl = Place(std::vector<std::uint8_t>(8, 0));
-    shellItems_[pidl] = ShellEntry{displayName, path};
-    return pidl;
+    return shell_.Item(displayName, path);
 }
 
 std::int32_t Machine::SHGetSpecialFolderLocation(platform::WindowHandle owner, std::int32_t folder,
                                                  platform::Pidl& pidl) {
     std::int32_t result = -1;
     if (folder == platform::kCsidlDesktop) {
-        if (desktop_ == 0) desktop_ = ShellItem("Desktop", "");
-        pidl = desktop_;
+        pidl = shell_.Desktop();
         result = 0;
     }
     record("SHGetSpecialFolderLocation", {std::to_string(owner), std::to_string(folder)}, std::to_string(result),
@@ -694,17 +682,14 @@ std::int32_t Machine::SHGetSpecialFolderLocation(platform::WindowHandle owner, s
 
 std::uint32_t Machine::SHChangeNotifyRegister(platform::WindowHandle window, std::int32_t sources, std::int32_t events,
                                               std::uint32_t message, platform::Pidl root, bool recursive) {
-    std::uint32_t id = 0;
-    if (window != 0 && root != 0 && root == desktop_) {
-        shellWindows_.emplace_back(window, message);
-        id = static_cast<std::uint32_t>(shellWindows_.size());
-    }
+    const bool desktop = shell_.IsDesktop(root);
+    const std::uint32_t id = shell_.Register(window, message, root);
     char hex[16];
     std::snprintf(hex, sizeof hex, "0x%X", static_cast<unsigned>(sources));
     char ev[16];
     std::snprintf(ev, sizeof ev, "0x%X", static_cast<unsigned>(events));
     record("SHChangeNotifyRegister",
-           {std::to_string(window), hex, ev, std::to_string(message), root == desktop_ ? "desktop" : "other",
+           {std::to_string(window), hex, ev, std::to_string(message), desktop ? "desktop" : "other",
             recursive ? "recursive" : "flat"},
            std::to_string(id), true);
     return id;
@@ -712,82 +697,39 @@ std::uint32_t Machine::SHChangeNotifyRegister(platform::WindowHandle window, std
 
 std::uintptr_t Machine::SHGetFileInfoA(platform::Pidl pidl, std::uint32_t, std::span<std::uint8_t, 352> info,
                                        std::uint32_t flags) {
-    auto it = shellItems_.find(pidl);
-    if (it == shellItems_.end() || it->second.displayName.empty() || (flags & platform::kShgfiPidl) == 0) return 0;
-    std::fill(info.begin(), info.end(), std::uint8_t{0});
-    const std::string& name = it->second.displayName;
-    std::memcpy(info.data() + 12, name.data(), std::min<std::size_t>(name.size(), 259));
-    return 1;
+    return shell_.FileInfo(pidl, info, flags);
 }
 
-bool Machine::SHGetPathFromIDListA(platform::Pidl pidl, std::span<char, 260> path) {
-    auto it = shellItems_.find(pidl);
-    if (it == shellItems_.end() || it->second.path.empty()) return false;
-    portable::CopyCut(path, it->second.path);
-    return true;
-}
+bool Machine::SHGetPathFromIDListA(platform::Pidl pidl, std::span<char, 260> path) { return shell_.PathOf(pidl, path); }
 
 bool Machine::ShellReport(std::uint32_t event, platform::Pidl item1, platform::Pidl item2) {
-    if (shellWindows_.empty()) return false;
-    std::vector<std::uint8_t> record(2 * sizeof(std::uintptr_t));
-    std::memcpy(record.data(), &item1, sizeof item1);
-    std::memcpy(record.data() + sizeof item1, &item2, sizeof item2);
-    const std::uintptr_t items = Place(std::move(record));
-    const auto windows = shellWindows_;
+    if (shell_.Registrations().empty()) return false;
+    const std::uintptr_t items = shell_.ReportRecord(item1, item2);
+    const auto windows = shell_.Registrations();
     for (const auto& [window, message] : windows)
         Deliver(window, message, items, static_cast<std::intptr_t>(static_cast<std::int32_t>(event)));
     return true;
 }
 
 bool Machine::ShellValueReport(std::uint32_t event, std::uint32_t value, platform::Pidl item2) {
-    std::vector<std::uint8_t> small(6, 0);
-    small[0] = 6;
-    std::memcpy(small.data() + 2, &value, sizeof value);
-    return ShellReport(event, Place(std::move(small)), item2);
+    return ShellReport(event, shell_.ValueRecord(value), item2);
 }
 
 // --- FileSystemObject ---
 
-namespace {
-std::int32_t ScriptingType(std::uint32_t driveType) {
-    switch (driveType) {
-    case platform::kDriveRemovable:
-        return platform::kFsoRemovable;
-    case platform::kDriveFixed:
-        return platform::kFsoFixed;
-    case platform::kDriveRemote:
-        return platform::kFsoNetwork;
-    case platform::kDriveCdrom:
-        return platform::kFsoCdRom;
-    case platform::kDriveRamdisk:
-        return platform::kFsoRamDisk;
-    default:
-        return platform::kFsoUnknown;
-    }
-}
-
-platform::ScriptingDrive Describe(const Drive& d) {
-    platform::ScriptingDrive s;
-    s.DriveLetter = std::string(1, Upper(d.root[0]));
-    s.DriveType = ScriptingType(d.type);
-    s.IsReady = d.ready;
-    if (d.ready) s.VolumeName = d.label;
-    s.ShareName = d.shareName;
-    return s;
-}
-} // namespace
-
 std::optional<platform::ScriptingDrive> Machine::GetDrive(const std::string& root) {
     const Drive* d = FindDrive(root);
     std::optional<platform::ScriptingDrive> result;
-    if (d != nullptr && (root.size() == 1 || root[1] == ':')) result = Describe(*d);
+    if (d != nullptr && (root.size() == 1 || root[1] == ':'))
+        result = portable::DescribeDrive(d->root[0], d->type, d->ready, d->label, d->shareName);
     record("GetDrive", {Quote(root)}, result ? "drive" : "none", false);
     return result;
 }
 
 std::vector<platform::ScriptingDrive> Machine::Drives() {
     std::vector<platform::ScriptingDrive> all;
-    for (const auto& d : drives_) all.push_back(Describe(d));
+    for (const auto& d : drives_)
+        all.push_back(portable::DescribeDrive(d.root[0], d.type, d.ready, d.label, d.shareName));
     record("Drives", {}, std::to_string(all.size()), false);
     return all;
 }

@@ -15,6 +15,7 @@
 
 #include "platform/fake/handles.h"
 #include "platform/fake/hardware.h"
+#include "platform/portable/shell_items.h"
 #include "platform/services.h"
 
 namespace fake {
@@ -158,7 +159,7 @@ public:
     // first item points at. False when no window is registered.
     bool ShellReport(std::uint32_t event, platform::Pidl item1, platform::Pidl item2);
     bool ShellValueReport(std::uint32_t event, std::uint32_t value, platform::Pidl item2 = 0);
-    bool ShellRegistered() const { return !shellWindows_.empty(); }
+    bool ShellRegistered() const { return !shell_.Registrations().empty(); }
     // Places bytes at a fresh address of the simulated memory.
     std::uintptr_t Place(std::vector<std::uint8_t> bytes);
     void SetCurDir(std::string folder) { currentDir_ = std::move(folder); }
@@ -295,15 +296,7 @@ private:
     std::map<std::pair<platform::WindowHandle, std::string>, std::intptr_t> props_;
     std::vector<Delivered> ownMessages_;
     int beeps_ = 0;
-    std::map<std::uintptr_t, std::vector<std::uint8_t>> memory_;
-    std::uintptr_t nextAddress_ = 0x100000;
-    struct ShellEntry {
-        std::string displayName;
-        std::string path;
-    };
-    std::map<platform::Pidl, ShellEntry> shellItems_;
-    std::vector<std::pair<platform::WindowHandle, std::uint32_t>> shellWindows_; // window, message
-    platform::Pidl desktop_ = 0;
+    portable::ShellItems shell_{0x100000}; // items, report records, registered windows
     std::string currentDir_ = "C:\\";
     std::map<platform::WindowHandle, bool> topmost_;
     std::map<std::pair<std::uint32_t, std::uint32_t>, std::uint32_t> trayIcons_; // (hWnd, uID) -> hIcon

@@ -267,72 +267,28 @@ std::int32_t LinuxShell::Shell_NotifyIconA(std::uint32_t message, std::span<cons
     }
 }
 
-std::uintptr_t LinuxShell::place(std::vector<std::uint8_t> bytes) {
-    const std::uintptr_t address = nextAddress_;
-    nextAddress_ += (bytes.size() + 0xF) / 0x10 * 0x10 + 0x10;
-    memory_.emplace(address, std::move(bytes));
-    return address;
-}
-
-platform::Pidl LinuxShell::Item(const std::string& displayName, const std::string& path) {
-    const platform::Pidl pidl = place(std::vector<std::uint8_t>(8, 0));
-    items_[pidl] = ItemEntry{displayName, path};
-    return pidl;
-}
-
-std::uintptr_t LinuxShell::ReportRecord(platform::Pidl item1, platform::Pidl item2) {
-    std::vector<std::uint8_t> record(2 * sizeof(std::uintptr_t));
-    std::memcpy(record.data(), &item1, sizeof item1);
-    std::memcpy(record.data() + sizeof item1, &item2, sizeof item2);
-    return place(std::move(record));
-}
-
-std::uintptr_t LinuxShell::ValueRecord(std::uint32_t value) {
-    std::vector<std::uint8_t> small(6, 0);
-    small[0] = 6;
-    std::memcpy(small.data() + 2, &value, sizeof value);
-    return place(std::move(small));
-}
-
 std::int32_t LinuxShell::SHGetSpecialFolderLocation(platform::WindowHandle, std::int32_t folder, platform::Pidl& pidl) {
     if (folder != platform::kCsidlDesktop) return -1;
-    if (desktop_ == 0) desktop_ = Item("Desktop", "");
-    pidl = desktop_;
+    pidl = items_.Desktop();
     return 0;
 }
 
 std::uint32_t LinuxShell::SHChangeNotifyRegister(platform::WindowHandle window, std::int32_t, std::int32_t,
                                                  std::uint32_t message, platform::Pidl root, bool) {
-    if (window == 0 || root == 0 || root != desktop_) return 0;
-    windows_.emplace_back(window, message);
-    return static_cast<std::uint32_t>(windows_.size());
+    return items_.Register(window, message, root);
 }
 
 std::uintptr_t LinuxShell::SHGetFileInfoA(platform::Pidl pidl, std::uint32_t, std::span<std::uint8_t, 352> info,
                                           std::uint32_t flags) {
-    auto it = items_.find(pidl);
-    if (it == items_.end() || it->second.displayName.empty() || (flags & platform::kShgfiPidl) == 0) return 0;
-    std::fill(info.begin(), info.end(), std::uint8_t{0});
-    const std::string& name = it->second.displayName;
-    std::memcpy(info.data() + 12, name.data(), std::min<std::size_t>(name.size(), 259));
-    return 1;
+    return items_.FileInfo(pidl, info, flags);
 }
 
 bool LinuxShell::SHGetPathFromIDListA(platform::Pidl pidl, std::span<char, 260> path) {
-    auto it = items_.find(pidl);
-    if (it == items_.end() || it->second.path.empty()) return false;
-    CopyCut(path, it->second.path);
-    return true;
+    return items_.PathOf(pidl, path);
 }
 
 bool LinuxShell::CopyMemory(std::span<std::uint8_t> destination, std::uintptr_t source) {
-    auto it = memory_.upper_bound(source);
-    if (it == memory_.begin()) return false;
-    --it;
-    const std::size_t offset = source - it->first;
-    if (offset + destination.size() > it->second.size()) return false;
-    std::memcpy(destination.data(), it->second.data() + offset, destination.size());
-    return true;
+    return items_.CopyMemory(destination, source);
 }
 
 // --- the console window system ---

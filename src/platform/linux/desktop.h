@@ -14,6 +14,7 @@
 #include "platform/application.h"
 #include "platform/linux/events.h"
 #include "platform/linux/letter_map.h"
+#include "platform/portable/shell_items.h"
 #include "platform/shell.h"
 #include "platform/window_system.h"
 
@@ -95,30 +96,17 @@ public:
     bool SHGetPathFromIDListA(platform::Pidl pidl, std::span<char, 260> path) override;
     bool CopyMemory(std::span<std::uint8_t> destination, std::uintptr_t source) override;
 
-    // An item the shell can name: its display name and path (Windows form).
-    platform::Pidl Item(const std::string& displayName, const std::string& path);
-    // The report record of two items (pointer-sized each), as wParam points at it.
-    std::uintptr_t ReportRecord(platform::Pidl item1, platform::Pidl item2);
-    // The small value record (16-bit size, 32-bit value at offset 2).
-    std::uintptr_t ValueRecord(std::uint32_t value);
-    // The windows registered for reports, with their message.
-    const std::vector<std::pair<platform::WindowHandle, std::uint32_t>>& Registrations() const { return windows_; }
+    // Items (display name and path in Windows form), report records and the
+    // windows registered for reports. A delivered report's record and items
+    // are freed once every window had it.
+    portable::ShellItems& Items() { return items_; }
     std::size_t TrayIcons() const { return trayIcons_.size(); }
 
 private:
-    std::uintptr_t place(std::vector<std::uint8_t> bytes);
-
     LetterMap& map_;
     Opener opener_;
     std::map<std::pair<std::uint32_t, std::uint32_t>, std::uint32_t> trayIcons_;
-    std::map<std::uintptr_t, std::vector<std::uint8_t>> memory_; // blocks handed out, by address
-    std::uintptr_t nextAddress_ = 0x10000000;
-    struct ItemEntry {
-        std::string displayName, path;
-    };
-    std::map<platform::Pidl, ItemEntry> items_;
-    platform::Pidl desktop_ = 0;
-    std::vector<std::pair<platform::WindowHandle, std::uint32_t>> windows_;
+    portable::ShellItems items_{0x10000000};
 };
 
 // The window system of the window-less tool: message boxes go to stderr and

@@ -54,13 +54,19 @@ void System::Deliver(platform::WindowHandle window, const SystemEvent& event) {
     } else if (event.kind == Kind::DeviceRemoved) {
         console_.Deliver(window, platform::kWmDeviceChange, platform::kDbtDeviceRemoveComplete, 0);
     } else if (const std::uint32_t code = ShellEventCode(event.kind); code != 0) {
-        auto item = [this](const std::string& path) -> platform::Pidl {
-            return path.empty() ? 0 : shell_.Item(EventSources::DisplayName(path), path);
+        portable::ShellItems& items = shell_.Items();
+        auto item = [&items](const std::string& path) -> platform::Pidl {
+            return path.empty() ? 0 : items.Item(EventSources::DisplayName(path), path);
         };
-        const std::uintptr_t record = shell_.ReportRecord(item(event.path1), item(event.path2));
-        const auto registered = shell_.Registrations();
+        const platform::Pidl item1 = item(event.path1), item2 = item(event.path2);
+        const std::uintptr_t record = items.ReportRecord(item1, item2);
+        const auto registered = items.Registrations();
         for (const auto& [target, message] : registered)
             console_.Deliver(target, message, record, static_cast<std::intptr_t>(static_cast<std::int32_t>(code)));
+        // Every window had the report: its record and items are not needed any more.
+        items.Free(record);
+        items.Free(item1);
+        items.Free(item2);
     }
 }
 

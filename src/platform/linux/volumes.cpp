@@ -1,5 +1,6 @@
 #include "platform/linux/volumes.h"
 
+#include "platform/portable/scripting_drive.h"
 #include "platform/portable/text.h"
 
 #include <algorithm>
@@ -35,23 +36,6 @@ platform::FindData Entry(std::string_view name, std::uint32_t attributes, std::u
     d.nFileSize = size;
     CopyCut(d.cFileName, name);
     return d;
-}
-
-std::int32_t ScriptingType(std::uint32_t driveType) {
-    switch (driveType) {
-    case platform::kDriveRemovable:
-        return platform::kFsoRemovable;
-    case platform::kDriveFixed:
-        return platform::kFsoFixed;
-    case platform::kDriveRemote:
-        return platform::kFsoNetwork;
-    case platform::kDriveCdrom:
-        return platform::kFsoCdRom;
-    case platform::kDriveRamdisk:
-        return platform::kFsoRamDisk;
-    default:
-        return platform::kFsoUnknown;
-    }
 }
 
 } // namespace
@@ -265,13 +249,8 @@ std::string LinuxVolumes::Dir(const std::string& pathname, std::uint32_t attribu
 }
 
 platform::ScriptingDrive LinuxVolumes::describe(const DriveRecord& d) {
-    platform::ScriptingDrive s;
-    s.DriveLetter = std::string(1, d.letter);
-    s.DriveType = ScriptingType(d.driveType);
-    s.IsReady = d.Ready();
-    if (s.IsReady) s.VolumeName = labelOf(d);
-    s.ShareName = d.shareName;
-    return s;
+    const bool ready = d.Ready();
+    return portable::DescribeDrive(d.letter, d.driveType, ready, ready ? labelOf(d) : std::string(), d.shareName);
 }
 
 std::optional<platform::ScriptingDrive> LinuxVolumes::GetDrive(const std::string& root) {
