@@ -18,6 +18,7 @@
 #include "linux_test_support.h"
 #include "platform/linux/processes.h"
 #include "platform/linux/system.h"
+#include "platform/pass_through.h"
 #include "release/modRemoveUsbDrive.h"
 
 namespace {
@@ -96,38 +97,19 @@ private:
 };
 
 // Passes the device manager through and notes the device each eject request went to.
-class EjectRequests : public platform::Devices {
+class EjectRequests : public platform::DevicesPassThrough {
 public:
-    explicit EjectRequests(linuxbk::LinuxDevices& inner) : inner_(inner) {}
-    platform::DevInfoSet SetupDiGetClassDevsA(const platform::Guid& g, std::uint32_t f) override {
-        return inner_.SetupDiGetClassDevsA(g, f);
-    }
-    bool SetupDiEnumDeviceInterfaces(platform::DevInfoSet s, const platform::Guid& g, std::uint32_t i,
-                                     platform::SpDeviceInterfaceData& d) override {
-        return inner_.SetupDiEnumDeviceInterfaces(s, g, i, d);
-    }
-    bool SetupDiGetDeviceInterfaceDetailA(platform::DevInfoSet s, const platform::SpDeviceInterfaceData& d,
-                                          std::span<std::uint8_t> detail, std::uint32_t* required,
-                                          platform::SpDevinfoData* info) override {
-        return inner_.SetupDiGetDeviceInterfaceDetailA(s, d, detail, required, info);
-    }
-    bool SetupDiDestroyDeviceInfoList(platform::DevInfoSet s) override {
-        return inner_.SetupDiDestroyDeviceInfoList(s);
-    }
-    std::uint32_t CM_Get_Parent(platform::DevInst& parent, platform::DevInst device, std::uint32_t flags) override {
-        return inner_.CM_Get_Parent(parent, device, flags);
-    }
+    explicit EjectRequests(linuxbk::LinuxDevices& devices) : DevicesPassThrough(devices), devices_(devices) {}
     std::uint32_t CM_Request_Device_EjectW(platform::DevInst device, std::int32_t* vetoType,
                                            std::span<char16_t> vetoName, std::uint32_t flags) override {
-        targets.push_back(inner_.PathOf(device));
+        targets.push_back(devices_.PathOf(device));
         return inner_.CM_Request_Device_EjectW(device, vetoType, vetoName, flags);
     }
-    void Sleep(std::uint32_t ms) override { inner_.Sleep(ms); }
 
     std::vector<std::string> targets;
 
 private:
-    linuxbk::LinuxDevices& inner_;
+    linuxbk::LinuxDevices& devices_;
 };
 
 std::optional<std::string> RootAt(System& sys, const std::string& mountPoint) {

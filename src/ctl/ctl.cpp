@@ -13,6 +13,7 @@
 #include "notify/device_change.h"
 #include "notify/shell_notify.h"
 #include "platform/fake/headless_view.h"
+#include "platform/pass_through.h"
 #include "release/modLockFileInfo.h"
 #include "release/modRemoveUsbDrive.h"
 
@@ -25,28 +26,10 @@ using Json = nlohmann::ordered_json;
 // Passes every device-manager call through and keeps what the last eject
 // request's refusal named. The request always carries both a veto-type
 // variable and a veto-name buffer, so the refusal can be told in full.
-class VetoRecorder : public platform::Devices {
+class VetoRecorder : public platform::DevicesPassThrough {
 public:
-    explicit VetoRecorder(platform::Devices& inner) : inner_(inner) {}
+    explicit VetoRecorder(platform::Devices& inner) : DevicesPassThrough(inner) {}
 
-    platform::DevInfoSet SetupDiGetClassDevsA(const platform::Guid& g, std::uint32_t f) override {
-        return inner_.SetupDiGetClassDevsA(g, f);
-    }
-    bool SetupDiEnumDeviceInterfaces(platform::DevInfoSet s, const platform::Guid& g, std::uint32_t i,
-                                     platform::SpDeviceInterfaceData& d) override {
-        return inner_.SetupDiEnumDeviceInterfaces(s, g, i, d);
-    }
-    bool SetupDiGetDeviceInterfaceDetailA(platform::DevInfoSet s, const platform::SpDeviceInterfaceData& d,
-                                          std::span<std::uint8_t> detail, std::uint32_t* required,
-                                          platform::SpDevinfoData* info) override {
-        return inner_.SetupDiGetDeviceInterfaceDetailA(s, d, detail, required, info);
-    }
-    bool SetupDiDestroyDeviceInfoList(platform::DevInfoSet s) override {
-        return inner_.SetupDiDestroyDeviceInfoList(s);
-    }
-    std::uint32_t CM_Get_Parent(platform::DevInst& parent, platform::DevInst device, std::uint32_t flags) override {
-        return inner_.CM_Get_Parent(parent, device, flags);
-    }
     std::uint32_t CM_Request_Device_EjectW(platform::DevInst device, std::int32_t* vetoType,
                                            std::span<char16_t> vetoName, std::uint32_t flags) override {
         std::int32_t type = platform::kPnpVetoTypeUnknown;
@@ -76,8 +59,6 @@ public:
         }
         return result;
     }
-    void Sleep(std::uint32_t ms) override { inner_.Sleep(ms); }
-
     void Reset() {
         last_.reset();
         requests_ = 0;
@@ -86,7 +67,6 @@ public:
     const std::optional<Veto>& Last() const { return last_; }
 
 private:
-    platform::Devices& inner_;
     std::optional<Veto> last_;
     int requests_ = 0;
 };
@@ -94,17 +74,11 @@ private:
 // The window system as a window-less tool needs it: no beeps, and message
 // boxes become lines on standard error with their default answer, so nothing
 // waits for a click. Everything else passes through.
-class ToolWindows : public platform::WindowSystem {
+class ToolWindows : public platform::WindowSystemPassThrough {
 public:
-    explicit ToolWindows(platform::WindowSystem& inner) : inner_(inner) {}
+    explicit ToolWindows(platform::WindowSystem& inner) : WindowSystemPassThrough(inner) {}
     void SetErrors(std::ostream* err) { err_ = err; }
 
-    platform::WindowHandle FindWindowA(const std::string& c, const std::string& n) override {
-        return inner_.FindWindowA(c, n);
-    }
-    platform::WindowHandle GetWindow(platform::WindowHandle w, std::uint32_t c) override {
-        return inner_.GetWindow(w, c);
-    }
     bool OpenIcon(platform::WindowHandle) override { return true; }
     bool SetForegroundWindow(platform::WindowHandle) override { return true; }
     std::int32_t MessageBoxA(platform::WindowHandle, const std::string& text, const std::string& caption,
@@ -123,40 +97,14 @@ public:
             return (type & platform::kMbDefButton2) != 0 ? platform::kIdNo : platform::kIdYes;
         return platform::kIdOk;
     }
-    void DoEvents() override { inner_.DoEvents(); }
-    float Timer() override { return inner_.Timer(); }
-    std::intptr_t SendMessageA(platform::WindowHandle w, std::uint32_t m, std::uintptr_t wp,
-                               std::intptr_t lp) override {
-        return inner_.SendMessageA(w, m, wp, lp);
-    }
-    std::intptr_t GetWindowLongA(platform::WindowHandle w, std::int32_t i) override {
-        return inner_.GetWindowLongA(w, i);
-    }
-    std::intptr_t SetWindowLongA(platform::WindowHandle w, std::int32_t i, std::intptr_t v) override {
-        return inner_.SetWindowLongA(w, i, v);
-    }
-    std::intptr_t CallWindowProcA(std::intptr_t p, platform::WindowHandle w, std::uint32_t m, std::uintptr_t wp,
-                                  std::intptr_t lp) override {
-        return inner_.CallWindowProcA(p, w, m, wp, lp);
-    }
-    bool SetPropA(platform::WindowHandle w, const std::string& n, std::intptr_t v) override {
-        return inner_.SetPropA(w, n, v);
-    }
-    std::intptr_t GetPropA(platform::WindowHandle w, const std::string& n) override { return inner_.GetPropA(w, n); }
-    std::intptr_t RemovePropA(platform::WindowHandle w, const std::string& n) override {
-        return inner_.RemovePropA(w, n);
-    }
     bool MessageBeep(std::uint32_t) override { return true; }
     bool FlashWindow(platform::WindowHandle, bool) override { return true; }
     bool SetWindowPos(platform::WindowHandle, platform::WindowHandle, std::int32_t, std::int32_t, std::int32_t,
                       std::int32_t, std::uint32_t) override {
         return true;
     }
-    platform::TwipsRect WorkArea() override { return inner_.WorkArea(); }
-    std::uintptr_t LoadPicture(const std::string& file) override { return inner_.LoadPicture(file); }
 
 private:
-    platform::WindowSystem& inner_;
     std::ostream* err_ = nullptr;
 };
 
