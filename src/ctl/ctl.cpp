@@ -14,6 +14,7 @@
 #include "notify/shell_notify.h"
 #include "platform/fake/headless_view.h"
 #include "platform/pass_through.h"
+#include "platform/portable/text.h"
 #include "release/modLockFileInfo.h"
 #include "release/modRemoveUsbDrive.h"
 
@@ -41,21 +42,7 @@ public:
         if (result == platform::kCrSuccess) {
             last_.reset();
         } else {
-            std::string text;
-            for (char16_t c : name) {
-                if (c == 0) break;
-                if (c < 0x80) {
-                    text += static_cast<char>(c);
-                } else if (c < 0x800) {
-                    text += static_cast<char>(0xC0 | (c >> 6));
-                    text += static_cast<char>(0x80 | (c & 0x3F));
-                } else {
-                    text += static_cast<char>(0xE0 | (c >> 12));
-                    text += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-                    text += static_cast<char>(0x80 | (c & 0x3F));
-                }
-            }
-            last_ = Veto{type, text};
+            last_ = Veto{type, portable::Utf16ToUtf8(std::u16string_view(name.data(), name.size()))};
         }
         return result;
     }
@@ -250,9 +237,14 @@ std::vector<DriveRow> Tool::List() {
 std::optional<std::string> Tool::Resolve(const std::string& text) {
     std::string t = text;
     if (!t.empty() && t[0] == '/') {
+        // A mount point or device node: the system's place of each letter, no more.
         while (t.size() > 1 && t.back() == '/') t.pop_back();
-        for (const auto& row : List())
-            if (row.place && (row.place->mountPoint == t || row.place->deviceNode == t)) return row.root;
+        if (!ctx_.place) return std::nullopt;
+        for (char letter = 'A'; letter <= 'Z'; ++letter) {
+            const std::string root = std::string(1, letter) + ":\\";
+            const auto p = ctx_.place(root);
+            if (p && (p->mountPoint == t || p->deviceNode == t)) return root;
+        }
         return std::nullopt;
     }
     const bool letter = !t.empty() && ((t[0] >= 'A' && t[0] <= 'Z') || (t[0] >= 'a' && t[0] <= 'z'));
@@ -610,16 +602,25 @@ int Tool::release(const Options& o, std::ostream& out, std::ostream& err) {
     return code;
 }
 
-int Tool::who(const Options& o, std::ostream& out, std::ostream& err) {
-    const auto root = Resolve(o.roots.front());
-    if (!root && o.roots.front()[0] != '/') {
-        err << kProgram << o.roots.front() << " is not a drive root; write a drive as E, E: or E:\\.\n";
-        return kBadArguments;
+std::optional<std::string> Tool::existingDrive(const std::string& text, std::ostream& err, int& code) {
+    const auto root = Resolve(text);
+    if (!root && text[0] != '/') {
+        err << kProgram << text << " is not a drive root; write a drive as E, E: or E:\\.\n";
+        code = kBadArguments;
+        return std::nullopt;
     }
     if (!root || !state_->services.fso.GetDrive(*root)) {
-        err << kProgram << "Drive " << (root ? *root : o.roots.front()) << " was not found.\n";
-        return kNotFound;
+        err << kProgram << "Drive " << (root ? *root : text) << " was not found.\n";
+        code = kNotFound;
+        return std::nullopt;
     }
+    return root;
+}
+
+int Tool::who(const Options& o, std::ostream& out, std::ostream& err) {
+    int code = kOk;
+    const auto root = existingDrive(o.roots.front(), err, code);
+    if (!root) return code;
     const auto holders = ctx_.processes.WhoHolds(*root);
     if (o.json) {
         out << Json{{"version", 1}, {"root", *root}, {"holders", HoldersJson(holders)}}.dump(2) << '\n';
@@ -634,15 +635,9 @@ int Tool::who(const Options& o, std::ostream& out, std::ostream& err) {
 }
 
 int Tool::serial(const Options& o, std::ostream& out, std::ostream& err) {
-    const auto root = Resolve(o.roots.front());
-    if (!root && o.roots.front()[0] != '/') {
-        err << kProgram << o.roots.front() << " is not a drive root; write a drive as E, E: or E:\\.\n";
-        return kBadArguments;
-    }
-    if (!root || !state_->services.fso.GetDrive(*root)) {
-        err << kProgram << "Drive " << (root ? *root : o.roots.front()) << " was not found.\n";
-        return kNotFound;
-    }
+    int code = kOk;
+    const auto root = existingDrive(o.roots.front(), err, code);
+    if (!root) return code;
     const SerialResult s = Serial(*root);
     if (o.json) {
         out << Json{{"version", 1}, {"root", *root}, {"serial", s.serial}, {"pnpDeviceId", s.pnpDeviceId}}.dump(2)

@@ -141,6 +141,9 @@ public:
 
 private:
     struct State;
+    // The drive a command line names when it exists; else the sentence on
+    // err and the exit code (bad arguments, not found) in code.
+    std::optional<std::string> existingDrive(const std::string& text, std::ostream& err, int& code);
     int list(const Options& o, std::ostream& out);
     int release(const Options& o, std::ostream& out, std::ostream& err);
     int who(const Options& o, std::ostream& out, std::ostream& err);

@@ -15,5 +15,8 @@ bool WildcardMatch(std::string_view pattern, std::string_view name);
 void CopyCut(std::span<char> out, std::string_view text);
 // UTF-8 to UTF-16 code units.
 std::u16string Utf8ToUtf16(std::string_view text);
+// UTF-16 code units to UTF-8, up to the first NUL (a buffer the system
+// filled); surrogate pairs become one character, a lone surrogate U+FFFD.
+std::string Utf16ToUtf8(std::u16string_view text);
 
 } // namespace portable
