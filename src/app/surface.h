@@ -50,4 +50,25 @@ public:
     virtual void Print(const std::string& text) = 0;
 };
 
+// What every surface keeps alike: the redraw mode, the inner size and the
+// print position. A renderer adds the colours and the drawing.
+class SurfaceState : public Surface {
+public:
+    SurfaceState(float scaleWidth, float scaleHeight) : scaleWidth_(scaleWidth), scaleHeight_(scaleHeight) {}
+
+    bool AutoRedraw() const override { return autoRedraw_; }
+    void SetAutoRedraw(bool on) override { autoRedraw_ = on; }
+    float ScaleWidth() const override { return scaleWidth_; }
+    float ScaleHeight() const override { return scaleHeight_; }
+    float CurrentX() const override { return currentX_; }
+    float CurrentY() const override { return currentY_; }
+    void SetCurrentX(float x) override { currentX_ = x; }
+    void SetCurrentY(float y) override { currentY_ = y; }
+
+protected:
+    float scaleWidth_, scaleHeight_;
+    bool autoRedraw_ = false;
+    float currentX_ = 0, currentY_ = 0;
+};
+
 } // namespace app

@@ -23,8 +23,8 @@ int Edge(float twips) {
 
 RasterSurface::RasterSurface(float scaleWidth, float scaleHeight, std::int32_t backColor, double fontSize,
                              std::int32_t foreColor)
-    : scaleWidth_(scaleWidth), scaleHeight_(scaleHeight), width_(PixelCount(scaleWidth)),
-      height_(PixelCount(scaleHeight)), charWidth_(std::max(1, static_cast<int>(std::lround(fontSize * 2.0 / 3.0)))),
+    : SurfaceState(scaleWidth, scaleHeight), width_(PixelCount(scaleWidth)), height_(PixelCount(scaleHeight)),
+      charWidth_(std::max(1, static_cast<int>(std::lround(fontSize * 2.0 / 3.0)))),
       lineHeight_(std::max(1, static_cast<int>(std::lround(fontSize * 1.6)))),
       pixels_(static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_), backColor), backColor_(backColor),
       foreColor_(foreColor) {}

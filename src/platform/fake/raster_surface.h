@@ -32,7 +32,7 @@ struct PrintedText {
     friend bool operator==(const PrintedText&, const PrintedText&) = default;
 };
 
-class RasterSurface : public app::Surface {
+class RasterSurface : public app::SurfaceState {
 public:
     static constexpr int kTwipsPerPixel = 15;
 
@@ -60,14 +60,6 @@ public:
     int ClsCount() const { return clsCount_; }
 
     // app::Surface
-    bool AutoRedraw() const override { return autoRedraw_; }
-    void SetAutoRedraw(bool on) override { autoRedraw_ = on; }
-    float ScaleWidth() const override { return scaleWidth_; }
-    float ScaleHeight() const override { return scaleHeight_; }
-    float CurrentX() const override { return currentX_; }
-    float CurrentY() const override { return currentY_; }
-    void SetCurrentX(float x) override { currentX_ = x; }
-    void SetCurrentY(float y) override { currentY_ = y; }
     std::int32_t ForeColor() const override { return foreColor_; }
     void SetForeColor(std::int32_t colour) override { foreColor_ = colour; }
     std::int32_t BackColor() const override { return backColor_; }
@@ -84,14 +76,11 @@ private:
         if (painted_) painted_();
     }
 
-    float scaleWidth_, scaleHeight_;
     int width_, height_;
     int charWidth_, lineHeight_;
     std::vector<std::int32_t> pixels_;
     std::int32_t backColor_;
     std::int32_t foreColor_;
-    bool autoRedraw_ = false;
-    float currentX_ = 0, currentY_ = 0;
     std::vector<PrintedText> printed_;
     int lineCount_ = 0;
     int clsCount_ = 0;

@@ -158,10 +158,10 @@ std::int16_t ShiftMask(Qt::KeyboardModifiers m) {
 
 // Draws into an image of the box's size; the box paints from it. Coordinates
 // are twips from the top-left of the box.
-class QtSurface : public app::Surface {
+class QtSurface : public app::SurfaceState {
 public:
     QtSurface(QWidget* box, float scaleWidth, float scaleHeight, QColor back, QFont font)
-        : box_(box), scaleWidth_(scaleWidth), scaleHeight_(scaleHeight), back_(back), font_(std::move(font)),
+        : SurfaceState(scaleWidth, scaleHeight), box_(box), back_(back), font_(std::move(font)),
           image_(std::max(1, QtWindow::TwipsToPixels(scaleWidth)), std::max(1, QtWindow::TwipsToPixels(scaleHeight)),
                  QImage::Format_RGB32) {
         const int dotsPerMeter = static_cast<int>(std::lround(ScreenDpi() / 0.0254));
@@ -172,14 +172,6 @@ public:
 
     const QImage& Image() const { return image_; }
 
-    bool AutoRedraw() const override { return autoRedraw_; }
-    void SetAutoRedraw(bool on) override { autoRedraw_ = on; }
-    float ScaleWidth() const override { return scaleWidth_; }
-    float ScaleHeight() const override { return scaleHeight_; }
-    float CurrentX() const override { return currentX_; }
-    float CurrentY() const override { return currentY_; }
-    void SetCurrentX(float x) override { currentX_ = x; }
-    void SetCurrentY(float y) override { currentY_ = y; }
     std::int32_t ForeColor() const override { return fore_; }
     void SetForeColor(std::int32_t colour) override { fore_ = colour & 0xFFFFFF; }
     std::int32_t BackColor() const override { return ToBgr(back_.rgb()); }
@@ -231,13 +223,10 @@ private:
     }
 
     QWidget* box_;
-    float scaleWidth_, scaleHeight_;
     QColor back_;
     QFont font_;
     QImage image_;
     std::int32_t fore_ = 0;
-    bool autoRedraw_ = false;
-    float currentX_ = 0, currentY_ = 0;
 };
 
 // A picture box: shows its surface's image.

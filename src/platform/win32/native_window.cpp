@@ -130,10 +130,10 @@ HICON LoadIconOfSize(int id, int size) {
 
 // Draws into a bitmap of the box's size; the box paints from it. Coordinates
 // are twips from the top-left of the box.
-class GdiSurface : public app::Surface {
+class GdiSurface : public app::SurfaceState {
 public:
     GdiSurface(HWND box, float scaleWidth, float scaleHeight, COLORREF back, HFONT font)
-        : box_(box), scaleWidth_(scaleWidth), scaleHeight_(scaleHeight), back_(back) {
+        : SurfaceState(scaleWidth, scaleHeight), box_(box), back_(back) {
         HDC screen = ::GetDC(nullptr);
         dc_ = ::CreateCompatibleDC(screen);
         width_ = std::max(1, TwipsToPixels(scaleWidth));
@@ -156,14 +156,6 @@ public:
 
     void PaintTo(HDC target) const { ::BitBlt(target, 0, 0, width_, height_, dc_, 0, 0, SRCCOPY); }
 
-    bool AutoRedraw() const override { return autoRedraw_; }
-    void SetAutoRedraw(bool on) override { autoRedraw_ = on; }
-    float ScaleWidth() const override { return scaleWidth_; }
-    float ScaleHeight() const override { return scaleHeight_; }
-    float CurrentX() const override { return currentX_; }
-    float CurrentY() const override { return currentY_; }
-    void SetCurrentX(float x) override { currentX_ = x; }
-    void SetCurrentY(float y) override { currentY_ = y; }
     std::int32_t ForeColor() const override { return static_cast<std::int32_t>(fore_); }
     void SetForeColor(std::int32_t colour) override { fore_ = static_cast<COLORREF>(colour) & 0xFFFFFF; }
     std::int32_t BackColor() const override { return static_cast<std::int32_t>(back_); }
@@ -207,15 +199,12 @@ private:
     void changed() { ::InvalidateRect(box_, nullptr, FALSE); }
 
     HWND box_;
-    float scaleWidth_, scaleHeight_;
     COLORREF back_;
     COLORREF fore_ = 0;
     HDC dc_ = nullptr;
     HBITMAP bitmap_ = nullptr;
     HGDIOBJ oldBitmap_ = nullptr, oldFont_ = nullptr;
     int width_ = 1, height_ = 1;
-    bool autoRedraw_ = false;
-    float currentX_ = 0, currentY_ = 0;
 };
 
 // --- the window ---
@@ -324,6 +313,9 @@ private:
     void buildMenuBar();
     void keepHiddenBelow();
     void setMenuText(Ctl c);
+    // What a container hears from its controls (commands, notifications,
+    // colours, owner-drawn buttons); false for any other message.
+    bool fromControl(UINT message, WPARAM wParam, LPARAM lParam, LRESULT& result);
     LRESULT onCommand(WPARAM wParam, LPARAM lParam);
     LRESULT onNotify(NMHDR* header);
     LRESULT onColour(HDC dc, HWND control);
@@ -1210,21 +1202,33 @@ bool Window::FilterMessage(MSG& msg) {
     return false;
 }
 
-LRESULT CALLBACK Window::MainProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam) {
-    Window* self = FromUserData(hWnd);
-    if (self == nullptr) return ::DefWindowProcA(hWnd, message, wParam, lParam);
+bool Window::fromControl(UINT message, WPARAM wParam, LPARAM lParam, LRESULT& result) {
     switch (message) {
     case WM_COMMAND:
-        return self->onCommand(wParam, lParam);
+        result = onCommand(wParam, lParam);
+        return true;
     case WM_NOTIFY:
-        return self->onNotify(reinterpret_cast<NMHDR*>(lParam));
+        result = onNotify(reinterpret_cast<NMHDR*>(lParam));
+        return true;
     case WM_CTLCOLORSTATIC:
     case WM_CTLCOLOREDIT:
     case WM_CTLCOLORLISTBOX:
-        return self->onColour(reinterpret_cast<HDC>(wParam), reinterpret_cast<HWND>(lParam));
+        result = onColour(reinterpret_cast<HDC>(wParam), reinterpret_cast<HWND>(lParam));
+        return true;
     case WM_DRAWITEM:
-        self->drawButton(*reinterpret_cast<DRAWITEMSTRUCT*>(lParam));
-        return TRUE;
+        drawButton(*reinterpret_cast<DRAWITEMSTRUCT*>(lParam));
+        result = TRUE;
+        return true;
+    default:
+        return false;
+    }
+}
+
+LRESULT CALLBACK Window::MainProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam) {
+    Window* self = FromUserData(hWnd);
+    if (self == nullptr) return ::DefWindowProcA(hWnd, message, wParam, lParam);
+    if (LRESULT result = 0; self->fromControl(message, wParam, lParam, result)) return result;
+    switch (message) {
     case WM_SIZE:
         if (self->live() && !self->showing_) self->events_->Resize();
         return 0;
@@ -1261,18 +1265,8 @@ LRESULT CALLBACK Window::MainProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM
 LRESULT CALLBACK Window::FrameProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam) {
     Window* self = FromUserData(hWnd);
     if (self == nullptr) return ::DefWindowProcA(hWnd, message, wParam, lParam);
+    if (LRESULT result = 0; self->fromControl(message, wParam, lParam, result)) return result;
     switch (message) {
-    case WM_COMMAND:
-        return self->onCommand(wParam, lParam);
-    case WM_NOTIFY:
-        return self->onNotify(reinterpret_cast<NMHDR*>(lParam));
-    case WM_CTLCOLORSTATIC:
-    case WM_CTLCOLOREDIT:
-    case WM_CTLCOLORLISTBOX:
-        return self->onColour(reinterpret_cast<HDC>(wParam), reinterpret_cast<HWND>(lParam));
-    case WM_DRAWITEM:
-        self->drawButton(*reinterpret_cast<DRAWITEMSTRUCT*>(lParam));
-        return TRUE;
     case WM_ERASEBKGND:
         return TRUE;
     case WM_PAINT:
