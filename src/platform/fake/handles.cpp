@@ -7,6 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "platform/fake/description_fields.h"
+#include "platform/fake/journal_text.h"
 #include "platform/fake/machine.h"
 
 namespace fake {
@@ -18,13 +20,6 @@ using platform::NtStatus;
 
 constexpr NtStatus kStatusInvalidInfoClass = static_cast<NtStatus>(0xC0000003u);
 constexpr std::uint32_t kStillActive = 259;
-
-std::string Quote(std::string_view s) {
-    std::string quoted(1, '"');
-    quoted.append(s);
-    quoted.push_back('"');
-    return quoted;
-}
 
 std::string Hex(std::uint32_t value) {
     static const char digits[] = "0123456789ABCDEF";
@@ -40,8 +35,6 @@ template <typename T> void Put(std::span<std::uint8_t> out, std::size_t offset, 
         out[offset + i] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> (8 * i));
     }
 }
-
-[[noreturn]] void Fail(const std::string& what) { throw std::runtime_error("machine description: " + what); }
 
 template <typename T> T Num(const nlohmann::json& j, const char* key, T fallback, std::uint64_t max) {
     if (!j.contains(key)) return fallback;

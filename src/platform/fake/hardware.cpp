@@ -6,18 +6,12 @@
 #include <iomanip>
 #include <sstream>
 
+#include "platform/fake/journal_text.h"
 #include "platform/fake/machine.h"
 
 namespace fake {
 
 namespace {
-
-std::string Quote(std::string_view s) {
-    std::string quoted(1, '"');
-    quoted.append(s);
-    quoted.push_back('"');
-    return quoted;
-}
 
 std::string Upper(std::string_view s) {
     std::string out(s);

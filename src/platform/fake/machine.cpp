@@ -1,7 +1,5 @@
 #include "platform/fake/machine.h"
 
-#include "platform/portable/scripting_drive.h"
-
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -9,19 +7,15 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "platform/fake/journal_text.h"
+#include "platform/portable/dir_search.h"
 #include "platform/portable/profile_text.h"
+#include "platform/portable/scripting_drive.h"
 #include "platform/portable/text.h"
 
 namespace fake {
 
 namespace {
-
-std::string Quote(std::string_view s) {
-    std::string quoted(1, '"');
-    quoted.append(s);
-    quoted.push_back('"');
-    return quoted;
-}
 
 char Upper(char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
 
@@ -361,21 +355,9 @@ std::string Machine::Dir(const std::string& pathname, std::uint32_t attributes) 
         } else {
             std::string pattern = pathname;
             if (!pattern.empty() && pattern.back() == '\\') pattern += "*.*";
-            platform::FindData data;
             const auto saved = journal_.size();
-            const platform::Handle h = FindFirstFileA(pattern, data);
+            result = portable::FirstDirMatch(*this, pattern, attributes);
             journal_.resize(saved); // one query, recorded once below
-            if (h != platform::kInvalidHandleValue) {
-                constexpr std::uint32_t kAlways =
-                    platform::kAttrReadOnly | platform::kAttrArchive | platform::kAttrNormal;
-                do {
-                    if ((data.dwFileAttributes & ~(attributes | kAlways)) == 0) {
-                        result = data.cFileName.data();
-                        break;
-                    }
-                } while (FindNextFileA(h, data));
-                FindClose(h);
-            }
         }
     }
     record("Dir", {Quote(pathname), std::to_string(attributes)}, Quote(result), false);

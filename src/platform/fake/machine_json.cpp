@@ -2,6 +2,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "platform/fake/description_fields.h"
 #include "platform/fake/machine.h"
 
 namespace fake {
@@ -9,14 +10,6 @@ namespace fake {
 namespace {
 
 using nlohmann::json;
-
-[[noreturn]] void Fail(const std::string& what) { throw std::runtime_error("machine description: " + what); }
-
-std::string Str(const json& j, const char* key, const std::string& fallback = {}) {
-    if (!j.contains(key)) return fallback;
-    if (!j[key].is_string()) Fail(std::string("\"") + key + "\" must be a string");
-    return j[key].get<std::string>();
-}
 
 template <typename T> T Num(const json& j, const char* key, T fallback) {
     if (!j.contains(key)) return fallback;

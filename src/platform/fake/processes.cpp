@@ -4,13 +4,13 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "platform/fake/description_fields.h"
+
 namespace fake {
 
 namespace {
 
 char Upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
-
-[[noreturn]] void Fail(const std::string& what) { throw std::runtime_error("machine description: " + what); }
 
 } // namespace
 

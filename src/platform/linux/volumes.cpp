@@ -1,5 +1,6 @@
 #include "platform/linux/volumes.h"
 
+#include "platform/portable/dir_search.h"
 #include "platform/portable/scripting_drive.h"
 #include "platform/portable/text.h"
 
@@ -232,20 +233,7 @@ std::string LinuxVolumes::Dir(const std::string& pathname, std::uint32_t attribu
     if ((attributes & platform::kAttrVolume) != 0) return labelOf(*d);
     std::string pattern = pathname;
     if (!pattern.empty() && (pattern.back() == '\\' || pattern.back() == ':')) pattern += "*.*";
-    platform::FindData data;
-    const platform::Handle h = FindFirstFileA(pattern, data);
-    std::string result;
-    if (h != platform::kInvalidHandleValue) {
-        constexpr std::uint32_t kAlways = platform::kAttrReadOnly | platform::kAttrArchive | platform::kAttrNormal;
-        do {
-            if ((data.dwFileAttributes & ~(attributes | kAlways)) == 0) {
-                result = data.cFileName.data();
-                break;
-            }
-        } while (FindNextFileA(h, data));
-        FindClose(h);
-    }
-    return result;
+    return portable::FirstDirMatch(*this, pattern, attributes);
 }
 
 platform::ScriptingDrive LinuxVolumes::describe(const DriveRecord& d) {
