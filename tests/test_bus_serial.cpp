@@ -99,6 +99,17 @@ TEST_F(Probe, UsbDriveList) {
     m.RemoveDrive("E:");
     EXPECT_FALSE(drives::ListDrives(prog, Ctl::lstDrives));
     EXPECT_EQ(Lines(Ctl::lstDrives).size(), 3u);
+
+    // Every build asks every line's bus anew: a letter that now stands for a
+    // USB stick is marked at once, without a device event in between.
+    m.AddDrive(MakeDrive("E:\\", platform::kDriveFixed, "DISK", 3, 4));
+    EXPECT_FALSE(drives::ListDrives(prog, Ctl::lstDrives));
+    m.RemoveDrive("E:");
+    m.AddDrive(MakeDrive("E:\\", platform::kDriveRemovable, "STICK2", 7, 5));
+    m.ClearJournal();
+    EXPECT_TRUE(drives::ListDrives(prog, Ctl::lstDrives));
+    EXPECT_EQ(Lines(Ctl::lstDrives)[2], "E:\\STICK2 (USB)");
+    EXPECT_EQ(m.Calls("CreateFileA").size(), 4u) << "one probe per line";
 }
 
 // --- disk serial number ---

@@ -2,7 +2,6 @@
 // The program-wide variables, held in one object that the main window owns,
 // so tests can make as many programs as they like.
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 
@@ -42,9 +41,6 @@ struct Program {
     std::string ChangedRoot;
     std::string DriveTypeName;
     std::string DriveLabel;
-    // Bus names of the volumes listed since the last device event; a volume's
-    // bus cannot change while its device stays put.
-    std::map<std::string, std::string> BusTypes;
     std::uint32_t ShellNotifyId = 0;
     std::uintptr_t DesktopPidl = 0;
     settings::basINI ini; // IniKeys and IniValues live here

@@ -15,8 +15,6 @@ constexpr const char* kCrLf = "\r\n";
 constexpr std::uint32_t kUpdateImage = 0x8000;
 constexpr std::uint32_t kFreeSpace = 0x40000;
 constexpr std::uint32_t kExtendedEvent = 0x4000000;
-// Media inserted or removed, drive removed or added, drive added by the shell.
-constexpr std::uint32_t kDriveOrMediaEvents = 0x20 | 0x40 | 0x80 | 0x100 | 0x10000;
 
 struct EventName {
     std::uint32_t code;
@@ -143,8 +141,6 @@ void frmMain::HandleShellNotify(std::uintptr_t& ItemsPtr, std::uint32_t& EventCo
     // The flash timer is enabled, but its interval stays 0, so the window
     // does not flash on a report.
     v.SetEnabled(Ctl::tmrFlashMe, true);
-    // A drive or medium that came or went may sit on another bus now.
-    if ((EventCode & kDriveOrMediaEvents) != 0) prog_.BusTypes.clear();
     ReadDrivesInfo();
 }
 

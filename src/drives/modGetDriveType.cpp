@@ -81,10 +81,8 @@ bool ListDrives(app::Program& prog, app::Ctl list) {
             if (!drive.VolumeName) return false; // the property cannot be read: the list ends here
             label = *drive.VolumeName;
         }
-        auto known = prog.BusTypes.find(root);
-        if (known == prog.BusTypes.end())
-            known = prog.BusTypes.emplace(root, GetBusType(prog, vb::Left(root, 2))).first;
-        const bool usb = known->second == "Usb";
+        // Asked anew for every line: a letter may stand for another device now.
+        const bool usb = GetBusType(prog, vb::Left(root, 2)) == "Usb";
         if (usb) anyUsb = true;
         prog.view.AddListItem(list, root + label + (usb ? " (USB)" : ""));
     }

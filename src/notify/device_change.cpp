@@ -59,7 +59,6 @@ void ForgetProgram(const app::Program& prog) {
 }
 
 void DeviceArrived(app::Program& prog) {
-    prog.BusTypes.clear();
     UpdateTray(prog);
     if (prog.gDrive) {
         prog.gDrive->mp_GetDriveTyps();
@@ -72,7 +71,6 @@ void DeviceArrived(app::Program& prog) {
 }
 
 void DeviceRemoved(app::Program& prog) {
-    prog.BusTypes.clear();
     if (prog.gDrive) prog.gDrive->RemoveUSB_Info();
     UpdateTray(prog);
     BringBack(prog);
