@@ -104,17 +104,7 @@ std::uint32_t LinuxHandles::GetFileTypeOnThread(Handle file, std::uint32_t milli
     return finished ? platform::kWaitObject0 : platform::kWaitTimeout;
 }
 
-NtStatus LinuxHandles::NtQuerySystemInformation(std::uint32_t systemInformationClass, std::span<std::uint8_t> buffer,
-                                                std::uint32_t& returnLength) {
-    namespace t = platform::handle_table;
-    returnLength = 0;
-    if (systemInformationClass != platform::kSystemHandleInformation) return kStatusInvalidInfoClass;
-
-    struct Row {
-        std::uint32_t pid;
-        std::uint8_t type;
-        std::uint16_t handle;
-    };
+std::vector<LinuxHandles::Row> LinuxHandles::readTable() const {
     std::vector<Row> rows;
     const long own = ::getpid();
     auto scan = [&](long pid) {
@@ -135,7 +125,24 @@ NtStatus LinuxHandles::NtQuerySystemInformation(std::uint32_t systemInformationC
     scan(own);
     for (long pid : Numbers(proc_))
         if (pid != own) scan(pid);
+    return rows;
+}
 
+NtStatus LinuxHandles::NtQuerySystemInformation(std::uint32_t systemInformationClass, std::span<std::uint8_t> buffer,
+                                                std::uint32_t& returnLength) {
+    namespace t = platform::handle_table;
+    returnLength = 0;
+    if (systemInformationClass != platform::kSystemHandleInformation) return kStatusInvalidInfoClass;
+
+    // A table read for the caller's last, too small, buffer is answered again
+    // while it is fresh; the answer that fits ends it.
+    constexpr auto kFresh = std::chrono::seconds(2);
+    const auto now = std::chrono::steady_clock::now();
+    if (!pending_ || now - pendingSince_ > kFresh) {
+        pending_ = readTable();
+        pendingSince_ = now;
+    }
+    const std::vector<Row>& rows = *pending_;
     const std::size_t need = t::Size(rows.size());
     returnLength = static_cast<std::uint32_t>(std::min<std::size_t>(need, 0xFFFFFFFFu));
     if (buffer.size() < need) return platform::kStatusInfoLengthMismatch;
@@ -149,6 +156,7 @@ NtStatus LinuxHandles::NtQuerySystemInformation(std::uint32_t systemInformationC
         Put(entry, t::kHandleValue, r.handle);
         at += t::kEntrySize;
     }
+    pending_.reset();
     return platform::kStatusSuccess;
 }
 

@@ -4,9 +4,12 @@
 // device form (the device node of its drive, then its path on the drive with
 // backslashes), copies and closing in the own process, and the file-type
 // query on a thread with a time limit.
+#include <chrono>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/linux/letter_map.h"
 #include "platform/native.h"
@@ -50,9 +53,23 @@ private:
     // handle, else the one NtOpenProcess opened; -1 when none.
     long processOf(platform::Handle process) const;
 
+    // One row of the table as the system has it.
+    struct Row {
+        std::uint32_t pid;
+        std::uint8_t type;
+        std::uint16_t handle;
+    };
+    std::vector<Row> readTable() const;
+
     LetterMap& map_;
     std::string proc_;
     std::map<int, long> processes_; // process descriptor -> process id
+    // The table read for a query whose buffer was too small, kept for the
+    // caller's next query with a larger buffer: a caller that doubles its
+    // buffer from one byte would otherwise have every process's
+    // descriptors listed twenty times over.
+    std::optional<std::vector<Row>> pending_;
+    std::chrono::steady_clock::time_point pendingSince_{};
 };
 
 } // namespace linuxbk
