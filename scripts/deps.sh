@@ -7,7 +7,7 @@ packages=(
   build-essential cmake ninja-build pkg-config git
   googletest libgtest-dev libbenchmark-dev nlohmann-json3-dev
   clang-format
-  libudev-dev libblkid-dev libsystemd-dev udisks2 dbus udev e2fsprogs
+  libudev-dev libblkid-dev libsystemd-dev libdevmapper-dev udisks2 dbus udev e2fsprogs
   qt6-base-dev xvfb xauth xdotool imagemagick
 )
 

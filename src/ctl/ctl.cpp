@@ -164,6 +164,7 @@ void PrintTable(std::ostream& out, const std::vector<std::vector<std::string>>& 
 }
 
 const char* kProgram = "kestrinectl: ";
+constexpr std::int32_t kVetoInsufficientRights = 12;
 
 } // namespace
 
@@ -293,16 +294,24 @@ ReleaseResult Tool::Eject(const std::string& root) {
         }
         r.code = kRefused;
         r.veto = state_->veto.Last();
-        r.holders = ctx_.processes.WhoHolds(root);
+        r.holders = ctx_.processes.WhoBlocksRelease(root);
+        if (r.veto && r.veto->type == kVetoInsufficientRights) {
+            r.message = "Drive " + root +
+                        " could not be released: authorisation is needed to unmount and power it off (" + r.veto->name +
+                        "); run kestrinectl as root, for example with sudo, or let polkit allow it for your account.";
+            return r;
+        }
         std::vector<std::string> parts;
         if (r.veto)
             parts.push_back("veto " + VetoTypeName(r.veto->type) + (r.veto->name.empty() ? "" : ": " + r.veto->name));
         if (!r.holders.empty()) {
             const auto& first = r.holders.front();
+            const std::string tag = "[" + std::to_string(first.pid) + "]";
             const bool others = std::any_of(r.holders.begin(), r.holders.end(),
                                             [&](const platform::ProcessHold& h) { return h.pid != first.pid; });
-            parts.push_back("held by " + first.name + " [" + std::to_string(first.pid) + "]" +
-                            (others ? " and other processes" : ""));
+            // Named once: the refusal may name the holder itself.
+            if (!r.veto || r.veto->name.find(tag) == std::string::npos)
+                parts.push_back("held by " + first.name + " " + tag + (others ? " and other processes" : ""));
         }
         std::string why;
         for (const auto& part : parts) why += (why.empty() ? " (" : "; ") + part;

@@ -11,7 +11,7 @@ namespace platform {
 struct ProcessHold {
     std::uint32_t pid = 0;
     std::string name; // the process's name ("bash", "WINWORD.EXE")
-    std::string what; // "file", "folder", "cwd", "root", "exe" or "mapped"
+    std::string what; // "file", "folder", "cwd", "root", "exe", "mapped" or "device"
     std::string path; // what it holds, as the system names it
     friend bool operator==(const ProcessHold&, const ProcessHold&) = default;
 };
@@ -23,6 +23,10 @@ public:
     // entry per held object; empty when nothing holds it or the drive is
     // unknown. Processes the caller may not inspect are left out.
     virtual std::vector<ProcessHold> WhoHolds(const std::string& root) = 0;
+    // What keeps the device the drive is on from being ejected: the holds on
+    // every volume the ejection takes away with the drive. By default the
+    // drive's own.
+    virtual std::vector<ProcessHold> WhoBlocksRelease(const std::string& root) { return WhoHolds(root); }
 };
 
 } // namespace platform

@@ -6,9 +6,6 @@
 #include <thread>
 
 #include <fcntl.h>
-#include <linux/loop.h>
-#include <sys/ioctl.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 namespace linuxbk {
@@ -29,17 +26,6 @@ std::string Base(const std::string& path) {
 std::string Parent(const std::string& path) {
     const auto slash = path.rfind('/');
     return slash == std::string::npos || slash == 0 ? std::string("/") : path.substr(0, slash);
-}
-
-bool WriteText(const std::string& path, const std::string& text) {
-    UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
-    return fd && ::write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
-}
-
-Veto VetoOfErrno(int error) {
-    if (error == EBUSY) return Veto::Busy;
-    if (error == EPERM || error == EACCES) return Veto::NotAuthorised;
-    return Veto::Failed;
 }
 
 std::int32_t VetoType(Veto veto) {
@@ -271,11 +257,16 @@ std::uint32_t LinuxDevices::CM_Request_Device_EjectW(platform::DevInst device, s
     std::vector<DiskInfo> covered;
     if (device >= 0x100 && device - 0x100 < nodes_.size()) covered = disksBelow(nodes_[device - 0x100]);
     if (covered.empty()) {
-        lastEject_ = {Veto::NoDevice, "no such device", "", {}};
+        lastEject_ = EjectReport{};
+        lastEject_.veto = Veto::NoDevice;
+        lastEject_.text = "no such device";
         return platform::kCrNoSuchDevnode;
     }
     lastEject_ = Eject(covered);
+    notice_.clear();
     if (lastEject_.veto == Veto::None) return platform::kCrSuccess;
+    // Asked without a buffer for the veto's name, the system tells the user itself.
+    if (vetoName.empty()) notice_ = NoticeOf(lastEject_);
     if (vetoType != nullptr) *vetoType = VetoType(lastEject_.veto);
     if (!vetoName.empty()) {
         const std::u16string text = Utf8ToUtf16(lastEject_.text);
@@ -284,143 +275,6 @@ std::uint32_t LinuxDevices::CM_Request_Device_EjectW(platform::DevInst device, s
         vetoName[n] = u'\0';
     }
     return platform::kCrRemoveVetoed;
-}
-
-EjectReport LinuxDevices::Eject(const std::vector<DiskInfo>& targets) {
-    EjectReport report;
-    for (const auto& d : targets) report.disks.push_back(d.name);
-    map_.Refresh();
-
-    // The block devices of the disks and where they are mounted.
-    std::vector<BlockDevice> blocks;
-    for (const auto& d : targets) {
-        if (auto whole = map_.sys().ByName(d.name)) blocks.push_back(*whole);
-        for (auto& p : map_.sys().Partitions(d.name)) blocks.push_back(std::move(p));
-    }
-    auto mountsOf = [&](const BlockDevice& b) {
-        std::vector<std::string> points;
-        for (const auto& m : map_.Mounts())
-            if ((m.major == b.major && m.minor == b.minor) || m.source == b.devNode) points.push_back(m.mountPoint);
-        std::sort(points.begin(), points.end(),
-                  [](const std::string& a, const std::string& b2) { return a.size() > b2.size(); });
-        return points;
-    };
-    for (const auto& b : blocks) {
-        for (const auto& point : mountsOf(b)) {
-            if (point == "/") {
-                report.veto = Veto::SystemDrive;
-                report.text = "system drive: " + b.devNode + " holds the root file system";
-                return report;
-            }
-        }
-    }
-    if (const DriveRecord* c = map_.Find('C'); c != nullptr && c->block) {
-        for (const auto& d : targets)
-            if (d.name == c->block->diskName) {
-                report.veto = Veto::SystemDrive;
-                report.text = "system drive: " + d.devNode + " holds the root file system";
-                return report;
-            }
-    }
-
-    const bool bus = useUdisks_ && UDisks::Available();
-    const bool root = ::geteuid() == 0;
-    report.method = bus ? "udisks2" : "direct";
-    if (!bus && !root) {
-        report.veto = Veto::NotAuthorised;
-        report.text = "not authorised: udisks2 is not running and only root can unmount and power off directly";
-        return report;
-    }
-
-    // Unmount every file system, deepest mount first.
-    auto direct = [&](const std::string& point) -> bool {
-        ::sync();
-        if (::umount2(point.c_str(), 0) == 0) return true;
-        const int error = errno;
-        report.veto = VetoOfErrno(error);
-        report.text = std::string(VetoName(report.veto)) + ": " + point + ": " + std::strerror(error);
-        return false;
-    };
-    for (const auto& b : blocks) {
-        for (int round = 0; round < 8; ++round) {
-            const auto points = mountsOf(b);
-            if (points.empty()) break;
-            if (bus) {
-                const BusResult r = UDisks::Unmount(b.name);
-                if (r.ok()) {
-                    map_.Refresh();
-                    if (mountsOf(b) == points) { // udisks2 did not know the mount: do it here
-                        if (!root || !direct(points.front())) {
-                            if (report.veto == Veto::None) {
-                                report.veto = Veto::Failed;
-                                report.text = "failed: " + points.front() + " stayed mounted";
-                            }
-                            return report;
-                        }
-                    }
-                } else if (r.veto == Veto::Failed && root && r.error.find("Unknown") != std::string::npos) {
-                    if (!direct(points.front())) return report; // no file system object: unmount here
-                } else {
-                    report.veto = r.veto;
-                    report.text = std::string(VetoName(r.veto)) + ": " + points.front() + ": " + r.detail;
-                    return report;
-                }
-            } else if (!direct(points.front())) {
-                return report;
-            }
-            map_.Refresh();
-        }
-        if (!mountsOf(b).empty()) {
-            report.veto = Veto::Failed;
-            report.text = "failed: " + b.devNode + " is still mounted";
-            return report;
-        }
-    }
-
-    // Power the disks off.
-    std::set<std::string> removed;
-    for (const auto& d : targets) {
-        if (bus) {
-            const BusResult r = UDisks::PowerOff(d.name);
-            if (r.ok()) continue;
-            if (!(r.veto == Veto::NoDevice && root)) {
-                report.veto = r.veto == Veto::NoDevice ? Veto::Failed : r.veto;
-                report.text = std::string(VetoName(report.veto)) + ": " + d.devNode + ": " + r.detail;
-                return report;
-            }
-        }
-        ::sync();
-        if (d.loop) {
-            UniqueFd fd(::open(d.devNode.c_str(), O_RDONLY | O_CLOEXEC));
-            if (!fd || ::ioctl(fd.get(), LOOP_CLR_FD, 0) != 0) {
-                const int error = errno;
-                report.veto = VetoOfErrno(error);
-                report.text = std::string(VetoName(report.veto)) + ": " + d.devNode + ": " + std::strerror(error);
-                return report;
-            }
-        } else if (!d.usbDevice.empty()) {
-            if (removed.insert(d.usbDevice).second && !WriteText(d.usbDevice + "/remove", "1")) {
-                const int error = errno;
-                report.veto = VetoOfErrno(error);
-                report.text =
-                    std::string(VetoName(report.veto)) + ": " + d.usbDevice + "/remove: " + std::strerror(error);
-                return report;
-            }
-        } else if (d.removable || d.hotplug) {
-            if (!WriteText(d.path + "/device/delete", "1")) {
-                const int error = errno;
-                report.veto = VetoOfErrno(error);
-                report.text = std::string(VetoName(report.veto)) + ": " + d.devNode + ": " + std::strerror(error);
-                return report;
-            }
-        } else {
-            report.veto = Veto::Failed;
-            report.text = "failed: " + d.devNode + " is a fixed disk that cannot be powered off";
-            return report;
-        }
-    }
-    map_.Refresh();
-    return report;
 }
 
 void LinuxDevices::Sleep(std::uint32_t milliseconds) {

@@ -3,20 +3,25 @@
 // Linux. Volumes are opened by letter, device interfaces are whole disks
 // (their path is the device node); the device number is the whole disk's;
 // the parent of a disk is its USB device (a disk without one is its own
-// small subtree); the eject request unmounts every file system of the disks
-// below a device and powers them off through udisks2, or, without udisks2
-// and as root, directly (umount2, the USB device's sysfs "remove", a loop
-// device's LOOP_CLR_FD). The system drive is never powered off.
+// small subtree); the eject request first works out everything the device
+// carries (partitions, units, dm-crypt, LVM, every mount of them) and what
+// holds it, and refuses before touching anything when something does. Else
+// it unmounts every file system, takes down what is stacked on the device
+// and powers it off once, through udisks2, or, without udisks2 and as root,
+// directly (umount2, device-mapper removal, the USB device's sysfs "remove",
+// a loop device's LOOP_CLR_FD). The system drive is never powered off.
 #include <cstdint>
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/devices.h"
 #include "platform/linux/letter_map.h"
 #include "platform/linux/udisks.h"
 #include "platform/management.h"
+#include "platform/processes.h"
 #include "platform/storage.h"
 
 namespace linuxbk {
@@ -30,10 +35,16 @@ inline constexpr std::int32_t kPnpVetoAlreadyRemoved = 13;
 // The outcome of the last eject request, kept for the command-line tool.
 struct EjectReport {
     Veto veto = Veto::None;
-    std::string text;               // "busy: /media/stick: target is busy"
-    std::string method;             // "udisks2" or "direct"
-    std::vector<std::string> disks; // the kernel names of the disks it covered
+    std::string text;                           // "busy: /media/stick: target is busy"
+    std::string method;                         // "udisks2" or "direct"
+    std::vector<std::string> disks;             // the kernel names of the disks it covered
+    std::vector<platform::ProcessHold> holders; // what held the device, when that refused it
+    int powerOffs = 0;                          // the device powered off (once, whatever it carries)
 };
+
+// The sentence the system shows the user about a refused eject request:
+// why, and who holds the device.
+std::string NoticeOf(const EjectReport& report);
 
 class LinuxDevices : public platform::Storage, public platform::Devices, public platform::Management {
 public:
@@ -42,6 +53,10 @@ public:
     // Whether udisks2 may be used; off: only the direct way (tests of the fallback).
     void UseUdisks(bool use) { useUdisks_ = use; }
     const EjectReport& LastEject() const { return lastEject_; }
+    // What the system tells the user about the last refused eject request
+    // that asked it to (one made without a veto-name buffer), once: "" when
+    // there is nothing to tell.
+    std::string TakeNotice() { return std::exchange(notice_, {}); }
     // The device instance standing for a sysfs folder (a disk, a USB device).
     platform::DevInst InstanceOf(const std::string& sysfsPath);
     std::string PathOf(platform::DevInst device) const;
@@ -100,6 +115,7 @@ private:
     LetterMap& map_;
     bool useUdisks_ = true;
     EjectReport lastEject_;
+    std::string notice_;
     std::map<platform::Handle, Open> handles_;
     platform::Handle nextHandle_ = 0x40000;
     std::map<platform::DevInfoSet, std::vector<Interface>> sets_;

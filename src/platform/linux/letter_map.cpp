@@ -17,12 +17,11 @@ std::string Base(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-// Mounts that are part of the system's start-up, not drives a user sees.
-bool Hidden(const MountEntry& m) {
+} // namespace
+
+bool IsSystemMount(const MountEntry& m) {
     return m.fsType == "squashfs" || m.mountPoint == "/boot/efi" || m.mountPoint == "/efi";
 }
-
-} // namespace
 
 std::uint32_t DriveTypeOfDisk(const DiskInfo& d) {
     if (d.name.starts_with("zram") || d.name.starts_with("ram")) return platform::kDriveRamdisk;
@@ -115,7 +114,7 @@ void LetterMap::Build(const std::vector<MountEntry>& mounts) {
     }
 
     for (const auto& m : mounts) {
-        if (m.mountPoint == "/" || Hidden(m)) continue;
+        if (m.mountPoint == "/" || IsSystemMount(m)) continue;
         DriveRecord d;
         d.mountPoint = m.mountPoint;
         d.fsType = m.fsType;

@@ -75,6 +75,10 @@ private:
     std::uint64_t generation_ = 0;
 };
 
+// Mounts that are part of the system's start-up (the EFI partition, images
+// of packages), not drives a user sees: they get no letter.
+bool IsSystemMount(const MountEntry& mount);
+
 // The drive type of a block device as GetDriveTypeA names it.
 std::uint32_t DriveTypeOfDisk(const DiskInfo& disk);
 

@@ -1,11 +1,13 @@
 #include "platform/linux/processes.h"
 
 #include <algorithm>
+#include <charconv>
 #include <dirent.h>
 #include <fstream>
-#include <set>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
+#include "platform/linux/release_plan.h"
 #include "platform/linux/util.h"
 
 namespace linuxbk {
@@ -17,10 +19,10 @@ std::vector<std::uint32_t> Pids(const std::string& procRoot) {
     DIR* dir = ::opendir(procRoot.c_str());
     if (dir == nullptr) return pids;
     while (const dirent* e = ::readdir(dir)) {
-        const std::string name = e->d_name;
-        if (name.empty() || !std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; }))
-            continue;
-        pids.push_back(static_cast<std::uint32_t>(std::stoul(name)));
+        std::uint32_t pid = 0;
+        const char* end = e->d_name + std::char_traits<char>::length(e->d_name);
+        const auto [p, ec] = std::from_chars(e->d_name, end, pid);
+        if (ec == std::errc() && p == end && e->d_name[0] != '\0') pids.push_back(pid);
     }
     ::closedir(dir);
     std::sort(pids.begin(), pids.end());
@@ -48,50 +50,97 @@ std::string FileTarget(std::string target) {
     return target;
 }
 
+// "08:11" of a maps line as a device number.
+std::optional<DevNumber> MapsDevice(std::string_view field) {
+    const auto colon = field.find(':');
+    if (colon == std::string_view::npos) return std::nullopt;
+    std::uint32_t major = 0, minor = 0;
+    const auto a = std::from_chars(field.data(), field.data() + colon, major, 16);
+    const auto b = std::from_chars(field.data() + colon + 1, field.data() + field.size(), minor, 16);
+    if (a.ec != std::errc() || b.ec != std::errc()) return std::nullopt;
+    return DevOf(major, minor);
+}
+
 } // namespace
 
-std::vector<platform::ProcessHold> LinuxProcesses::WhoHolds(const std::string& root) {
-    std::vector<platform::ProcessHold> holds;
-    map_.Sync();
-    const DriveRecord* drive = map_.DriveOf(root);
-    if (drive == nullptr || !drive->Ready()) return holds;
-    const char letter = drive->letter;
-    // On the drive when the deepest drive holding the path is this one, so a
-    // drive mounted below another counts for itself only.
-    auto onDrive = [&](const std::string& path) {
-        if (path.empty()) return false;
-        const auto windows = map_.ToWindows(path);
-        return windows && !windows->empty() && (*windows)[0] == letter;
-    };
+DevNumber DevOf(std::uint32_t major, std::uint32_t minor) { return ::makedev(major, minor); }
 
-    for (const std::uint32_t pid : Pids(procRoot_)) {
-        const std::string base = procRoot_ + "/" + std::to_string(pid);
-        std::string name = Trim(ReadFile(base + "/comm").value_or(std::string{}));
+std::vector<platform::ProcessHold> HoldsOn(const std::string& procRoot, const std::set<DevNumber>& fileSystems,
+                                           const std::set<DevNumber>& blockDevices) {
+    std::vector<platform::ProcessHold> holds;
+    if (fileSystems.empty() && blockDevices.empty()) return holds;
+    for (const std::uint32_t pid : Pids(procRoot)) {
+        const std::string base = procRoot + "/" + std::to_string(pid);
+        const std::string name = Trim(ReadFile(base + "/comm").value_or(std::string{}));
         auto add = [&](std::string what, const std::string& path) {
             holds.push_back({pid, name, std::move(what), path});
         };
+        // What a link leads to: on one of the file systems, or one of the devices itself.
+        auto held = [&](const std::string& link, struct stat& st) {
+            if (::stat(link.c_str(), &st) != 0) return false;
+            return fileSystems.count(st.st_dev) != 0 || (S_ISBLK(st.st_mode) && blockDevices.count(st.st_rdev) != 0);
+        };
         for (const char* link : {"cwd", "root", "exe"}) {
-            const std::string target = FileTarget(ReadLink(base + "/" + link));
-            if (onDrive(target)) add(link, target);
+            struct stat st {};
+            if (held(base + "/" + link, st)) add(link, FileTarget(ReadLink(base + "/" + link)));
         }
         for (const auto& fd : Entries(base + "/fd")) {
-            const std::string target = FileTarget(ReadLink(base + "/fd/" + fd));
-            if (!onDrive(target)) continue;
+            const std::string link = base + "/fd/" + fd;
             struct stat st {};
-            const bool folder = ::stat((base + "/fd/" + fd).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-            add(folder ? "folder" : "file", target);
+            if (!held(link, st)) continue;
+            const std::string target = FileTarget(ReadLink(link));
+            add(S_ISBLK(st.st_mode) ? "device" : S_ISDIR(st.st_mode) ? "folder" : "file", target);
         }
         // Mapped files (libraries, programs run from the drive), each once.
         std::ifstream maps(base + "/maps");
-        std::set<std::string> mapped;
+        std::vector<std::string> mapped;
         for (std::string line; std::getline(maps, line);) {
-            const std::size_t slash = line.find('/');
-            if (slash == std::string::npos) continue;
+            // address perms offset dev inode path
+            std::size_t at = 0;
+            for (int field = 0; field < 3 && at != std::string::npos; ++field) at = line.find(' ', at + 1);
+            if (at == std::string::npos) continue;
+            const std::size_t end = line.find(' ', at + 1);
+            const auto dev = MapsDevice(std::string_view(line).substr(at + 1, end - at - 1));
+            const std::size_t slash = line.find('/', end == std::string::npos ? at : end);
+            if (!dev || fileSystems.count(*dev) == 0 || slash == std::string::npos) continue;
             const std::string path = FileTarget(line.substr(slash));
-            if (onDrive(path) && mapped.insert(path).second) add("mapped", path);
+            if (std::find(mapped.begin(), mapped.end(), path) != mapped.end()) continue;
+            mapped.push_back(path);
+            add("mapped", path);
         }
     }
     return holds;
+}
+
+std::vector<platform::ProcessHold> LinuxProcesses::WhoHolds(const std::string& root) {
+    map_.Sync();
+    const DriveRecord* drive = map_.DriveOf(root);
+    if (drive == nullptr || !drive->Ready()) return {};
+    // The file system's device number as the mount table gives it; a mount
+    // point whose number is unknown is asked directly.
+    DevNumber fs = DevOf(drive->major, drive->minor);
+    for (const auto& m : map_.Mounts())
+        if (m.mountPoint == drive->mountPoint) fs = DevOf(m.major, m.minor);
+    return HoldsOn(procRoot_, {fs});
+}
+
+std::vector<platform::ProcessHold> LinuxProcesses::WhoBlocksRelease(const std::string& root) {
+    map_.Sync();
+    const DriveRecord* drive = map_.DriveOf(root);
+    if (drive == nullptr || !drive->block) return WhoHolds(root);
+    const auto disk = map_.sys().Disk(drive->block->diskName);
+    if (!disk) return WhoHolds(root);
+    // The disks an ejection takes away: for a device stacked on disks, those below it.
+    std::vector<DiskInfo> disks;
+    const auto leaves = map_.sys().Leaves(disk->name);
+    for (const auto& leaf : leaves.empty() ? std::vector<std::string>{disk->name} : leaves)
+        if (const auto d = map_.sys().Disk(leaf))
+            for (auto& each : DisksOfDevice(map_.sys(), *d))
+                if (std::none_of(disks.begin(), disks.end(), [&](const DiskInfo& x) { return x.name == each.name; }))
+                    disks.push_back(std::move(each));
+    PlanOptions options;
+    options.procRoot = procRoot_;
+    return PlanRelease(map_, disks, options).holders;
 }
 
 } // namespace linuxbk

@@ -138,6 +138,47 @@ std::vector<BlockDevice> Sysfs::Partitions(const std::string& diskName) const {
     return out;
 }
 
+namespace {
+
+// The names in a folder of links (holders/, slaves/), sorted.
+std::vector<std::string> Names(const std::string& folder) {
+    std::vector<std::string> out;
+    std::error_code ec;
+    for (const auto& entry : fs::directory_iterator(folder, ec)) out.push_back(entry.path().filename().string());
+    std::sort(out.begin(), out.end(), NaturalLess);
+    return out;
+}
+
+} // namespace
+
+std::vector<std::string> Sysfs::Holders(const std::string& name) const {
+    const auto b = ByName(name);
+    return b ? Names(b->path + "/holders") : std::vector<std::string>{};
+}
+
+std::vector<std::string> Sysfs::Slaves(const std::string& name) const {
+    const auto b = ByName(name);
+    return b ? Names(b->path + "/slaves") : std::vector<std::string>{};
+}
+
+std::vector<std::string> Sysfs::Leaves(const std::string& name) const {
+    std::vector<std::string> leaves, todo = Slaves(name);
+    for (std::size_t guard = 0; !todo.empty() && guard < 256; ++guard) {
+        const std::string next = todo.back();
+        todo.pop_back();
+        const auto b = ByName(next);
+        if (!b) continue;
+        const auto below = Slaves(b->diskName);
+        if (below.empty()) {
+            if (std::find(leaves.begin(), leaves.end(), b->diskName) == leaves.end()) leaves.push_back(b->diskName);
+        } else {
+            todo.insert(todo.end(), below.begin(), below.end());
+        }
+    }
+    std::sort(leaves.begin(), leaves.end(), NaturalLess);
+    return leaves;
+}
+
 std::optional<DiskInfo> Sysfs::Disk(const std::string& diskName) const {
     const auto b = ByName(diskName);
     if (!b || b->partition != 0) return std::nullopt;
@@ -183,6 +224,27 @@ std::optional<DiskInfo> Sysfs::Disk(const std::string& diskName) const {
         if (Exists(up + "/idVendor") && Exists(up + "/idProduct")) {
             d.usbDevice = up;
             break;
+        }
+    }
+
+    // A device stacked on USB disks only (dm-crypt or LVM on a stick) is on
+    // the USB bus too, below the USB device of the first of them.
+    if (d.usbDevice.empty()) {
+        std::vector<DiskInfo> below;
+        for (const auto& leaf : Leaves(d.name))
+            if (leaf != d.name)
+                if (auto l = Disk(leaf)) below.push_back(std::move(*l));
+        const bool usb = !below.empty() && std::all_of(below.begin(), below.end(),
+                                                       [](const DiskInfo& l) { return !l.usbDevice.empty(); });
+        if (usb) {
+            const DiskInfo& first = below.front();
+            d.usbDevice = first.usbDevice;
+            d.removable = d.removable || first.removable;
+            d.vendor = first.vendor;
+            d.model = first.model;
+            d.revision = first.revision;
+            d.serial = first.serial;
+            d.lun = first.lun;
         }
     }
 

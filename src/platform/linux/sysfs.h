@@ -2,7 +2,8 @@
 // The block devices as sysfs describes them, read from a root folder given
 // as a parameter ("/sys" on a running system, a fixture tree in tests):
 // whole disks and partitions, the storage bus a disk sits on, the USB device
-// above it, and its vendor, model, revision and serial.
+// above it, and its vendor, model, revision and serial. A device stacked on
+// disks (dm-crypt, LVM, md) sits on the bus of the disks below it.
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -71,6 +72,13 @@ public:
     std::optional<DiskInfo> Disk(const std::string& diskName) const;
     // The partitions of a whole disk, in partition order.
     std::vector<BlockDevice> Partitions(const std::string& diskName) const;
+    // The block devices built directly on one (dm-crypt, LVM, md: its
+    // "holders"), and the ones it is built on (its "slaves"), by kernel name.
+    std::vector<std::string> Holders(const std::string& name) const;
+    std::vector<std::string> Slaves(const std::string& name) const;
+    // The whole disks a stacked device rests on at the bottom, following its
+    // slaves down; empty for a device that rests on none.
+    std::vector<std::string> Leaves(const std::string& name) const;
 
     // The number the storage driver reports for a whole disk: its device
     // numbers as one value (major << 20 | minor), unique among present disks.

@@ -179,6 +179,12 @@ BusResult UDisks::Unmount(const std::string& kernelName) {
     return r;
 }
 
+BusResult UDisks::Mount(const std::string& kernelName) {
+    const Bus bus = Open();
+    if (!bus) return {Veto::Failed, "", "no system bus"};
+    return CallWithOptions(bus.get(), BlockObject(kernelName), "org.freedesktop.UDisks2.Filesystem", "Mount");
+}
+
 BusResult UDisks::PowerOff(const std::string& kernelName) {
     const Bus bus = Open();
     if (!bus) return {Veto::Failed, "", "no system bus"};
@@ -200,6 +206,12 @@ BusResult UDisks::SetLabel(const std::string& kernelName, const std::string& lab
     if (!bus) return {Veto::Failed, "", "no system bus"};
     return CallWithOptions(bus.get(), BlockObject(kernelName), "org.freedesktop.UDisks2.Filesystem", "SetLabel",
                            &label);
+}
+
+BusResult UDisks::Lock(const std::string& kernelName) {
+    const Bus bus = Open();
+    if (!bus) return {Veto::Failed, "", "no system bus"};
+    return CallWithOptions(bus.get(), BlockObject(kernelName), "org.freedesktop.UDisks2.Encrypted", "Lock");
 }
 
 } // namespace linuxbk

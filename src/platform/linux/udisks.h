@@ -35,10 +35,15 @@ public:
     static std::optional<Identity> IdOf(const std::string& kernelName);
 
     static BusResult Unmount(const std::string& kernelName);
+    // Mounts a file system where udisks2 mounts it for the caller (/media/<user>/<label>).
+    static BusResult Mount(const std::string& kernelName);
     // Powers the drive of a block device off (Drive.PowerOff when it can,
     // else Drive.Eject); a loop device is deleted instead (Loop.Delete).
     static BusResult PowerOff(const std::string& kernelName);
     static BusResult SetLabel(const std::string& kernelName, const std::string& label);
+    // Locks an unlocked encrypted device (Encrypted.Lock on the device that
+    // holds the encrypted data): its cleartext device goes away.
+    static BusResult Lock(const std::string& kernelName);
 };
 
 } // namespace linuxbk

@@ -1,0 +1,247 @@
+// The eject request on Linux: the device is planned first (everything it
+// carries and what holds it), refused before anything is touched when it
+// cannot go, else taken down in order and powered off once.
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include <fcntl.h>
+#include <libdevmapper.h>
+#include <linux/loop.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include "platform/linux/devices.h"
+#include "platform/linux/release_plan.h"
+
+namespace linuxbk {
+
+namespace {
+
+bool WriteText(const std::string& path, const std::string& text) {
+    UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    return fd && ::write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+Veto VetoOfErrno(int error) {
+    if (error == EBUSY) return Veto::Busy;
+    if (error == EPERM || error == EACCES) return Veto::NotAuthorised;
+    return Veto::Failed;
+}
+
+std::string Refusal(Veto veto, const std::string& what, const std::string& detail) {
+    return std::string(VetoName(veto)) + ": " + what + ": " + detail;
+}
+
+// device-mapper's last error message, caught from its log.
+std::string g_dmError;
+
+void DmLog(int level, const char*, int, int, const char* format, ...) {
+    if ((level & 7) > 3) return; // errors only
+    char text[512];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    g_dmError = text;
+}
+
+// Removes a device-mapper device (what "cryptsetup close" and a deactivated
+// logical volume come to), retrying while udev still has it open.
+bool DmRemove(const std::string& name, std::string& error) {
+    g_dmError.clear();
+    dm_log_with_errno_init(&DmLog);
+    dm_udev_set_sync_support(0); // no waiting on udev's rules: the kernel's answer is what counts
+    dm_task* task = dm_task_create(DM_DEVICE_REMOVE);
+    bool ok = task != nullptr && dm_task_set_name(task, name.c_str()) != 0 && dm_task_retry_remove(task) != 0 &&
+              dm_task_run(task) != 0;
+    if (task != nullptr) dm_task_destroy(task);
+    dm_log_with_errno_init(nullptr);
+    error = g_dmError.empty() ? "device-mapper refused to remove it" : g_dmError;
+    return ok;
+}
+
+// Writes out what the kernel still keeps of a whole disk.
+void Flush(const std::string& devNode) {
+    UniqueFd fd(::open(devNode.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (fd) ::fsync(fd.get());
+}
+
+} // namespace
+
+std::string NoticeOf(const EjectReport& r) {
+    const std::string& t = r.text;
+    const std::string detail = t.substr(t.find(": ") == std::string::npos ? 0 : t.find(": ") + 2);
+    std::string notice;
+    switch (r.veto) {
+    case Veto::None:
+        return {};
+    case Veto::Busy:
+        notice = "The device is in use: " + detail + ".";
+        break;
+    case Veto::NotAuthorised:
+        notice = "Releasing the device needs authorisation: " + detail +
+                 ". Release it as root (sudo kestrinectl release), or let polkit allow it for your account.";
+        break;
+    case Veto::SystemDrive:
+        notice = "The device carries the running system: " + detail + ".";
+        break;
+    case Veto::NoDevice:
+        notice = "The device is gone.";
+        break;
+    case Veto::Failed:
+        notice = "The system could not release the device: " + detail + ".";
+        break;
+    }
+    for (const auto& h : r.holders)
+        notice += "\n" + h.name + " [" + std::to_string(h.pid) + "] holds " + h.what + " " + h.path;
+    return notice;
+}
+
+EjectReport LinuxDevices::Eject(const std::vector<DiskInfo>& targets) {
+    EjectReport report;
+    for (const auto& d : targets) report.disks.push_back(d.name);
+    map_.Refresh();
+    const bool root = ::geteuid() == 0;
+    const bool bus = useUdisks_ && UDisks::Available();
+    report.method = bus ? "udisks2" : "direct";
+    auto fail = [&report](Veto veto, std::string text) {
+        report.veto = veto;
+        report.text = std::move(text);
+        return false;
+    };
+
+    PlanOptions options;
+    options.root = root;
+    options.udisks = bus;
+    const ReleasePlan plan = PlanRelease(map_, targets, options);
+    report.holders = plan.holders;
+    if (!plan.ok()) {
+        fail(plan.veto, plan.text);
+        return report;
+    }
+    if (!bus && !root) {
+        fail(Veto::NotAuthorised, "not authorised: udisks2 is not running and only root can unmount and power off");
+        return report;
+    }
+
+    // Every mount, deepest first.
+    auto mountsOf = [&](const MountEntry& m) {
+        int n = 0;
+        for (const auto& x : map_.Mounts())
+            if (x.major == m.major && x.minor == m.minor && x.source == m.source) ++n;
+        return n;
+    };
+    auto mounted = [&](const MountEntry& m) {
+        for (const auto& x : map_.Mounts())
+            if (x.mountPoint == m.mountPoint && x.major == m.major && x.minor == m.minor) return true;
+        return false;
+    };
+    auto unmount = [&](const MountEntry& m) {
+        const BlockDevice* block = plan.BlockOf(m);
+        for (int round = 0; round < 8 && mounted(m); ++round) {
+            if (bus && block != nullptr) {
+                const int before = mountsOf(m);
+                const BusResult r = UDisks::Unmount(block->name);
+                map_.Refresh();
+                if (r.ok() && mountsOf(m) < before) continue;
+                if (!r.ok() && !(root && r.veto == Veto::Failed))
+                    return fail(r.veto, Refusal(r.veto, m.mountPoint, r.detail));
+                if (!root) return fail(Veto::Failed, "failed: " + m.mountPoint + " stayed mounted");
+            }
+            // udisks2 is absent or does not know the file system: unmount it here.
+            if (::umount2(m.mountPoint.c_str(), 0) != 0) {
+                const int error = errno;
+                return fail(VetoOfErrno(error), Refusal(VetoOfErrno(error), m.mountPoint, std::strerror(error)));
+            }
+            map_.Refresh();
+        }
+        return !mounted(m) || fail(Veto::Failed, "failed: " + m.mountPoint + " is still mounted");
+    };
+    for (const auto& m : plan.mounts)
+        if (!unmount(m)) return report;
+
+    // What is stacked on the device, the topmost first.
+    auto gone = [&](const StackedDevice& s) { return !map_.sys().ByName(s.block.name).has_value(); };
+    auto takeDown = [&](const StackedDevice& s) {
+        if (s.kind == StackKind::Crypt && bus) {
+            BusResult r{Veto::Failed, "", "no encrypted device below it"};
+            for (const auto& slave : s.slaves)
+                if ((r = UDisks::Lock(slave)).ok()) break;
+            if (r.ok() && gone(s)) return true;
+            if (!root) return fail(r.veto, Refusal(r.veto, s.block.devNode, r.detail));
+        }
+        if (!root)
+            return fail(Veto::NotAuthorised, "not authorised: " + s.block.devNode + " can only be taken down by root");
+        std::string error;
+        if (s.dmName.empty() || !DmRemove(s.dmName, error))
+            return fail(Veto::Failed, "failed: " + s.block.devNode + " (" + s.dmName + "): " + error);
+        return gone(s) || fail(Veto::Failed, "failed: " + s.block.devNode + " is still there");
+    };
+    for (auto it = plan.stacked.rbegin(); it != plan.stacked.rend(); ++it)
+        if (!takeDown(*it)) return report;
+
+    // Nothing may claim the disks any more: a device is never powered off
+    // while a file system on it is still mounted somewhere.
+    if (root)
+        for (const auto& d : targets)
+            if (!ClaimFree(d.devNode).value_or(true)) {
+                fail(Veto::Failed, "failed: " + d.devNode + " is still in use after its file systems were unmounted");
+                return report;
+            }
+
+    // Power off, once per device: every unit of a USB device goes with it.
+    std::vector<std::vector<DiskInfo>> devices;
+    for (const auto& d : targets) {
+        auto same = std::find_if(devices.begin(), devices.end(), [&](const std::vector<DiskInfo>& group) {
+            return !d.usbDevice.empty() && group.front().usbDevice == d.usbDevice;
+        });
+        if (same == devices.end())
+            devices.push_back({d});
+        else
+            same->push_back(d);
+    }
+    auto powerOff = [&](const std::vector<DiskInfo>& group) {
+        const DiskInfo& first = group.front();
+        if (bus) {
+            const BusResult r = UDisks::PowerOff(first.name);
+            if (r.ok()) return true;
+            if (!(r.veto == Veto::NoDevice && root)) {
+                const Veto veto = r.veto == Veto::NoDevice ? Veto::Failed : r.veto;
+                return fail(veto, Refusal(veto, first.devNode, r.detail));
+            }
+        }
+        for (const auto& d : group) Flush(d.devNode);
+        if (!first.usbDevice.empty()) {
+            if (WriteText(first.usbDevice + "/remove", "1")) return true;
+            const int error = errno;
+            return fail(VetoOfErrno(error),
+                        Refusal(VetoOfErrno(error), first.usbDevice + "/remove", std::strerror(error)));
+        }
+        for (const auto& d : group) {
+            int error = 0;
+            if (d.loop) {
+                UniqueFd fd(::open(d.devNode.c_str(), O_RDONLY | O_CLOEXEC));
+                if (!fd || ::ioctl(fd.get(), LOOP_CLR_FD, 0) != 0) error = errno;
+            } else if (d.removable || d.hotplug) {
+                if (!WriteText(d.path + "/device/delete", "1")) error = errno;
+            } else {
+                return fail(Veto::Failed, "failed: " + d.devNode + " is a fixed disk that cannot be powered off");
+            }
+            if (error != 0)
+                return fail(VetoOfErrno(error), Refusal(VetoOfErrno(error), d.devNode, std::strerror(error)));
+        }
+        return true;
+    };
+    for (const auto& group : devices) {
+        if (!powerOff(group)) return report;
+        ++report.powerOffs;
+    }
+    map_.Refresh();
+    return report;
+}
+
+} // namespace linuxbk
