@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <libudev.h>
 #include <sys/inotify.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include "platform/types.h"
@@ -50,6 +51,8 @@ const char* KindName(Kind kind) {
         return "folder removed";
     case Kind::AttributesChanged:
         return "attributes changed";
+    case Kind::ItemUpdated:
+        return "item updated";
     }
     return "";
 }
@@ -61,8 +64,9 @@ EventSources::EventSources(LetterMap& map, Options options) : map_(map), options
             source_ = Exists("/run/udev/control") ? "udev" : "kernel";
             monitor_ = udev_monitor_new_from_netlink(udev_, source_.c_str());
             if (monitor_ != nullptr) {
+                // Volumes live on block devices; a mouse, a hub or a USB
+                // device's arrival is no drive's.
                 udev_monitor_filter_add_match_subsystem_devtype(monitor_, "block", nullptr);
-                udev_monitor_filter_add_match_subsystem_devtype(monitor_, "usb", "usb_device");
                 if (udev_monitor_enable_receiving(monitor_) < 0) {
                     udev_monitor_unref(monitor_);
                     monitor_ = nullptr;
@@ -82,6 +86,8 @@ EventSources::EventSources(LetterMap& map, Options options) : map_(map), options
     }
     if (options_.watchFiles) inotify_.reset(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     known_ = map_.Drives();
+    for (const auto& d : known_)
+        if (d.Ready() && d.block) labels_[d.devNode] = labelOf(d.major, d.minor);
     syncWatches();
 }
 
@@ -117,36 +123,47 @@ std::vector<SystemEvent> EventSources::Read() {
             }
         }
     }
-    readUdev(out);
+    const bool devices = readUdev(out);
     readInotify(out);
-    const bool unmounted = std::any_of(out.begin(), out.end(), [](const SystemEvent& e) {
-        return e.kind == Kind::DeviceRemoved || e.kind == Kind::DeviceArrived;
-    });
-    readMounts(out, mountsChanged || unmounted);
+    readMounts(out, mountsChanged || devices);
     return out;
 }
 
-void EventSources::readUdev(std::vector<SystemEvent>& out) {
-    if (monitor_ == nullptr) return;
-    bool arrived = false, removed = false;
+std::string EventSources::labelOf(std::uint32_t major, std::uint32_t minor) const {
+    std::string label;
+    if (udev_ == nullptr || major == 0) return label;
+    if (udev_device* d = udev_device_new_from_devnum(udev_, 'b', makedev(major, minor))) {
+        if (const char* enc = udev_device_get_property_value(d, "ID_FS_LABEL_ENC")) label = UnescapeHex(enc);
+        udev_device_unref(d);
+    }
+    return label;
+}
+
+bool EventSources::readUdev(std::vector<SystemEvent>& out) {
+    if (monitor_ == nullptr) return false;
+    // Block devices that came, went or changed (a medium, a new label): the
+    // drives are looked at again; what changed for a drive is told from the
+    // drive list, so a disk that arrives without a volume tells nothing.
+    bool any = false;
     while (udev_device* d = udev_monitor_receive_device(monitor_)) {
+        any = true;
         const char* action = udev_device_get_action(d);
         const char* node = udev_device_get_devnode(d);
-        const char* path = udev_device_get_syspath(d);
-        const std::string a = action != nullptr ? action : "";
-        SystemEvent e;
-        e.device = node != nullptr ? node : (path != nullptr ? path : "");
-        if (a == "add" && !arrived) {
-            arrived = true;
-            e.kind = Kind::DeviceArrived;
-            out.push_back(e);
-        } else if (a == "remove" && !removed) {
-            removed = true;
-            e.kind = Kind::DeviceRemoved;
-            out.push_back(e);
+        if (source_ == "udev" && action != nullptr && std::strcmp(action, "change") == 0 && node != nullptr) {
+            // A mounted drive's file system renamed: the shell reports the drive updated.
+            const char* enc = udev_device_get_property_value(d, "ID_FS_LABEL_ENC");
+            const std::string label = enc != nullptr ? UnescapeHex(enc) : std::string();
+            const auto known = labels_.find(node);
+            if (known != labels_.end() && known->second != label) {
+                known->second = label;
+                for (const auto& drive : known_)
+                    if (drive.devNode == node && drive.Ready())
+                        out.push_back({Kind::ItemUpdated, drive.Root(), "", MaskOf(drive.letter), drive.devNode});
+            }
         }
         udev_device_unref(d);
     }
+    return any;
 }
 
 void EventSources::readMounts(std::vector<SystemEvent>& out, bool force) {
@@ -157,6 +174,9 @@ void EventSources::readMounts(std::vector<SystemEvent>& out, bool force) {
             if (x.letter == d.letter && x.key == d.key) return &x;
         return nullptr;
     };
+    // A volume that comes or goes (a drive, or a medium in a drive) is the
+    // device change the window hears of; as on Windows the broadcast comes
+    // first and the shell's report of the drive after it.
     bool removed = false, arrived = false;
     std::vector<SystemEvent> drives;
     for (const auto& old : known_) {
@@ -164,10 +184,13 @@ void EventSources::readMounts(std::vector<SystemEvent>& out, bool force) {
         if (still == nullptr) {
             drives.push_back({Kind::DriveRemoved, old.Root(), "", MaskOf(old.letter), old.devNode});
             removed = true;
+            labels_.erase(old.devNode);
         } else if (old.Ready() && !still->Ready()) {
             drives.push_back({Kind::MediaRemoved, old.Root(), "", MaskOf(old.letter), old.devNode});
+            removed = true;
         } else if (!old.Ready() && still->Ready()) {
             drives.push_back({Kind::MediaInserted, old.Root(), "", MaskOf(old.letter), old.devNode});
+            arrived = true;
         }
     }
     for (const auto& d : now) {
@@ -175,14 +198,11 @@ void EventSources::readMounts(std::vector<SystemEvent>& out, bool force) {
         drives.push_back({Kind::DriveAdded, d.Root(), "", MaskOf(d.letter), d.devNode});
         arrived = true;
     }
-    // A drive that comes or goes is a device change as well (the volume's
-    // arrival), unless the device monitor already told it; as on Windows the
-    // broadcast comes first and the shell's report of the drive after it.
-    auto told = [&](Kind k) {
-        return std::any_of(out.begin(), out.end(), [&](const SystemEvent& e) { return e.kind == k; });
-    };
-    if (removed && !told(Kind::DeviceRemoved)) out.push_back({Kind::DeviceRemoved, "", "", 0, "mount table"});
-    if (arrived && !told(Kind::DeviceArrived)) out.push_back({Kind::DeviceArrived, "", "", 0, "mount table"});
+    for (const auto& d : now)
+        if (d.Ready() && d.block && labels_.find(d.devNode) == labels_.end())
+            labels_[d.devNode] = labelOf(d.major, d.minor);
+    if (removed) out.push_back({Kind::DeviceRemoved, "", "", 0, "mount table"});
+    if (arrived) out.push_back({Kind::DeviceArrived, "", "", 0, "mount table"});
     out.insert(out.end(), drives.begin(), drives.end());
     const bool changed = removed || arrived || now.size() != known_.size() ||
                          !std::equal(now.begin(), now.end(), known_.begin(), known_.end(),

@@ -1,10 +1,14 @@
 #pragma once
-// The event sources of the Linux backend: device arrival and removal from a
-// libudev monitor (block and usb subsystems), changes of the mount table
-// (poll for POLLPRI on /proc/self/mountinfo), and inotify on the roots of
-// removable drives. They are file descriptors a loop waits on; nothing here
-// polls on a timer. Events come out as plain records in Windows form.
+// The event sources of the Linux backend: changes of the mount table (poll
+// for POLLPRI on /proc/self/mountinfo) and of block devices (a libudev
+// monitor), and inotify on the roots of removable drives. They are file
+// descriptors a loop waits on; nothing here polls on a timer. Events come
+// out as plain records in Windows form. Device arrival and removal are
+// those of volumes, as Windows broadcasts them to windows: a drive mounted
+// or unmounted, a medium inserted or taken out; never a mouse, a hub or a
+// disk that brings no volume.
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -32,6 +36,7 @@ struct SystemEvent {
         FolderCreated,
         FolderRemoved,
         AttributesChanged,
+        ItemUpdated, // a drive's label changed
     };
     Kind kind = Kind::DeviceArrived;
     std::string path1; // Windows form: "E:\", "E:\docs\a.txt"
@@ -76,7 +81,8 @@ private:
         char letter = 0;
         std::string native; // the folder watched
     };
-    void readUdev(std::vector<SystemEvent>& out);
+    bool readUdev(std::vector<SystemEvent>& out); // true when a block device changed
+    std::string labelOf(std::uint32_t major, std::uint32_t minor) const;
     void readMounts(std::vector<SystemEvent>& out, bool force);
     void readInotify(std::vector<SystemEvent>& out);
     void syncWatches();
@@ -91,7 +97,8 @@ private:
     UniqueFd mounts_;
     UniqueFd inotify_;
     std::vector<Watch> watches_;
-    std::vector<DriveRecord> known_; // the drives as the last events left them
+    std::vector<DriveRecord> known_;            // the drives as the last events left them
+    std::map<std::string, std::string> labels_; // device node -> label, of the drives with one
 };
 
 } // namespace linuxbk

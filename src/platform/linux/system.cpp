@@ -42,6 +42,8 @@ std::uint32_t System::ShellEventCode(SystemEvent::Kind kind) {
         return 0x100;
     case Kind::AttributesChanged:
         return 0x800;
+    case Kind::ItemUpdated:
+        return 0x2000;
     default:
         return 0;
     }
