@@ -144,6 +144,8 @@ int main(int argc, char** argv) {
     options.commandLine = commandLine;
     linuxbk::System system(options);
     qtui::QtWindowSystem windows(system.Console(), window);
+    // A refused release gets the system's reason beside the program's message.
+    windows.SetNotices([&system] { return system.Devices().TakeNotice(); });
     platform::Services services = system.Services(&windows);
     qtui::LinuxEventPump pump(system, window);
     return RunWindow(services, window, printRows);

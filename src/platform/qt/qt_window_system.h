@@ -4,6 +4,9 @@
 // yielding as processEvents, the beep, the topmost request, flashing, the
 // work area of the screen); everything else (other instances' windows, the
 // window-procedure chain, properties, the timer, pictures) is the backend's.
+#include <functional>
+#include <string>
+
 #include "platform/qt/qt_window.h"
 #include "platform/window_system.h"
 
@@ -60,12 +63,17 @@ public:
     std::uintptr_t LoadPicture(const std::string& file) override { return base_.LoadPicture(file); }
 
     int Beeps() const { return beeps_; }
+    // Where the system's own word on what just happened comes from (why an
+    // eject was refused): shown beside a message box's text, which stays as
+    // the program wrote it.
+    void SetNotices(std::function<std::string()> notices) { notices_ = std::move(notices); }
 
 private:
     platform::WindowSystem& base_;
     QtWindow& window_;
     bool yieldToBase_;
     int beeps_ = 0;
+    std::function<std::string()> notices_;
 };
 
 } // namespace qtui
