@@ -138,8 +138,19 @@ bool LinuxVolumes::SetVolumeLabelA(const std::string& root, const std::string& l
         labelError_ = "udisks2 is not running, so the label cannot be changed";
         return false;
     }
-    const BusResult r = UDisks::SetLabel(d->block->name, label);
-    if (!r.ok()) labelError_ = std::string(VetoName(r.veto)) + ": " + r.detail;
+    const std::string block = d->block->name;
+    BusResult r = UDisks::SetLabel(block, label);
+    // Some file systems (FAT, exFAT, NTFS) take a new label only while
+    // unmounted: as a desktop's disk tool does, unmount, label and mount again.
+    if (!r.ok() && r.detail.find("mounted") != std::string::npos) {
+        r = UDisks::Unmount(block);
+        if (r.ok()) {
+            r = UDisks::SetLabel(block, label);
+            const BusResult mounted = UDisks::Mount(block);
+            if (r.ok() && !mounted.ok()) r = mounted;
+        }
+    }
+    if (!r.ok()) labelError_ = std::string(VetoName(r.veto)) + ": " + Trim(r.detail);
     return r.ok();
 }
 
