@@ -24,7 +24,7 @@ mount -t tmpfs -o mode=0755 tmpfs /run
 modules=$(arg modules)
 mkdir -p "/lib/modules/$(uname -r)"
 mount --bind "$modules" "/lib/modules/$(uname -r)" || finish 90
-mount -t tmpfs -o mode=1777 tmpfs /tmp
+# /tmp stays the host's, seen through the overlay: the build may live there.
 mkdir -p /media /run/usbvm
 hostname usbvm
 

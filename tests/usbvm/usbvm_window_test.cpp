@@ -233,7 +233,7 @@ TEST(UsbWindow, AHeldStickIsNotReleasedAndTheButtonsComeBack) {
     const std::string& box = window.Boxes()[0];
     EXPECT_TRUE(box.starts_with("Kestrine: Unable to release  " + stick.root + " | ")) << box;
     // Beside the program's message, the system says who holds the stick.
-    EXPECT_NE(box.find("The device is in use"), std::string::npos) << box;
+    EXPECT_NE(box.find("The device is busy: " + stick.mountPoint + " is in use by "), std::string::npos) << box;
     EXPECT_NE(box.find("[" + std::to_string(holder.Pid()) + "] holds cwd " + stick.mountPoint), std::string::npos)
         << box;
     EXPECT_TRUE(window.View().Enabled(Ctl::cmdRemoveUSB));

@@ -80,7 +80,7 @@ std::string NoticeOf(const EjectReport& r) {
     case Veto::None:
         return {};
     case Veto::Busy:
-        notice = "The device is in use: " + detail + ".";
+        notice = "The device is busy: " + detail + ".";
         break;
     case Veto::NotAuthorised:
         notice = "Releasing the device needs authorisation: " + detail +

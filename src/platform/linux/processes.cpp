@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <dirent.h>
+#include <fcntl.h>
 #include <fstream>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -75,21 +76,25 @@ std::vector<platform::ProcessHold> HoldsOn(const std::string& procRoot, const st
         auto add = [&](std::string what, const std::string& path) {
             holds.push_back({pid, name, std::move(what), path});
         };
-        // What a link leads to: on one of the file systems, or one of the devices itself.
-        auto held = [&](const std::string& link, struct stat& st) {
-            if (::stat(link.c_str(), &st) != 0) return false;
-            return fileSystems.count(st.st_dev) != 0 || (S_ISBLK(st.st_mode) && blockDevices.count(st.st_rdev) != 0);
+        // What a link leads to: on one of the file systems, or one of the
+        // devices itself. Asked from what the system has cached, so a file
+        // on a server that no longer answers cannot stop the look.
+        auto held = [&](const std::string& link, struct statx& st) {
+            if (::statx(AT_FDCWD, link.c_str(), AT_STATX_DONT_SYNC, STATX_TYPE | STATX_MODE, &st) != 0) return false;
+            const DevNumber dev = DevOf(st.stx_dev_major, st.stx_dev_minor);
+            return fileSystems.count(dev) != 0 ||
+                   (S_ISBLK(st.stx_mode) && blockDevices.count(DevOf(st.stx_rdev_major, st.stx_rdev_minor)) != 0);
         };
         for (const char* link : {"cwd", "root", "exe"}) {
-            struct stat st {};
+            struct statx st {};
             if (held(base + "/" + link, st)) add(link, FileTarget(ReadLink(base + "/" + link)));
         }
         for (const auto& fd : Entries(base + "/fd")) {
             const std::string link = base + "/fd/" + fd;
-            struct stat st {};
+            struct statx st {};
             if (!held(link, st)) continue;
             const std::string target = FileTarget(ReadLink(link));
-            add(S_ISBLK(st.st_mode) ? "device" : S_ISDIR(st.st_mode) ? "folder" : "file", target);
+            add(S_ISBLK(st.stx_mode) ? "device" : S_ISDIR(st.stx_mode) ? "folder" : "file", target);
         }
         // Mapped files (libraries, programs run from the drive), each once.
         std::ifstream maps(base + "/maps");

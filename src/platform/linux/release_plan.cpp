@@ -42,12 +42,13 @@ void SwapUsers(const std::string& swaps, std::vector<std::pair<std::string, DevN
         const std::string line = text->substr(at + 1, end == std::string::npos ? std::string::npos : end - at - 1);
         at = end;
         const std::string name = UnescapeMount(line.substr(0, line.find_first_of(" \t")));
-        struct stat st {};
-        if (name.empty() || ::stat(name.c_str(), &st) != 0) continue;
-        if (S_ISBLK(st.st_mode))
-            partitions.emplace_back(name, st.st_rdev);
+        struct statx st {};
+        if (name.empty() || ::statx(AT_FDCWD, name.c_str(), AT_STATX_DONT_SYNC, STATX_TYPE | STATX_MODE, &st) != 0)
+            continue;
+        if (S_ISBLK(st.stx_mode))
+            partitions.emplace_back(name, DevOf(st.stx_rdev_major, st.stx_rdev_minor));
         else
-            files.emplace_back(name, st.st_dev);
+            files.emplace_back(name, DevOf(st.stx_dev_major, st.stx_dev_minor));
     }
 }
 
