@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "app/form_table.h"
+#include "platform/fake/json_numbers.h"
 #include "ui/cProgressBar.h"
 
 namespace sim {
@@ -89,7 +90,7 @@ std::string AnswerName(std::int32_t answer) {
 }
 
 std::int32_t AnswerNumber(const Json& j) {
-    if (j.is_number_integer()) return j.get<std::int32_t>();
+    if (const auto n = fake::WholeNumber<std::int32_t>(j)) return *n;
     if (j.is_string()) {
         const auto s = j.get<std::string>();
         if (s == "ok") return platform::kIdOk;
@@ -105,7 +106,8 @@ std::int32_t AnswerNumber(const Json& j) {
 std::int16_t KeyCode(const Json& step) {
     if (!step.contains("key")) throw std::runtime_error("scenario: step \"key\" needs a \"key\"");
     const Json& k = step["key"];
-    if (k.is_number_integer()) return static_cast<std::int16_t>(k.get<int>());
+    if (const auto n = fake::WholeNumber<std::int16_t>(k)) return *n;
+    if (k.is_number()) throw std::runtime_error("scenario: a key code is a whole number from -32768 to 32767");
     const std::string name = k.is_string() ? k.get<std::string>() : std::string{};
     if (name == "delete") return 46;
     if (name == "enter") return 13;
@@ -137,7 +139,7 @@ std::string RootOf(const fake::Drive& d) {
 std::uint32_t ShellEvent(const Json& step) {
     if (!step.contains("event")) throw std::runtime_error("scenario: step \"shell\" needs an \"event\"");
     const Json& e = step["event"];
-    if (e.is_number_integer()) return e.get<std::uint32_t>();
+    if (const auto n = fake::WholeNumber<std::uint32_t>(e)) return *n;
     const std::string name = e.is_string() ? e.get<std::string>() : std::string{};
     for (std::uint32_t bit = 0; bit < 32; ++bit)
         if (app::frmMain::ShellEventName(1u << bit) == name) return 1u << bit;
@@ -323,10 +325,13 @@ void Scenario::runStep(std::size_t index) {
             throw std::runtime_error("scenario: step \"" + what + "\" needs a \"control\"");
         return ControlByName(step["control"].get<std::string>());
     };
+    // Seconds, positions and the like: finite, and no more than a day's worth.
     auto number = [&](const char* key) {
-        if (!step.contains(key) || !step[key].is_number())
-            throw std::runtime_error("scenario: step \"" + what + "\" needs a number \"" + key + "\"");
-        return step[key].get<double>();
+        const auto n = step.contains(key) ? fake::FiniteNumber(step[key], -86400, 86400) : std::nullopt;
+        if (!n)
+            throw std::runtime_error("scenario: step \"" + what + "\" needs a number \"" + key +
+                                     "\" from -86400 to 86400");
+        return *n;
     };
     const bool needsForm =
         what != "start" && what != "advance" && what != "answer" && what != "plug" && what != "pull" && what != "shell";
@@ -346,8 +351,8 @@ void Scenario::runStep(std::size_t index) {
         if (!step.contains("rows") || !step["rows"].is_array())
             throw std::runtime_error("scenario: step \"select\" needs \"rows\": numbers or roots");
         for (const Json& r : step["rows"]) {
-            if (r.is_number_integer()) {
-                rows.push_back(r.get<int>());
+            if (const auto row = fake::WholeNumber<int>(r)) {
+                rows.push_back(*row);
                 continue;
             }
             const std::string root = r.is_string() ? r.get<std::string>() : std::string{};
@@ -401,7 +406,7 @@ void Scenario::runStep(std::size_t index) {
     } else if (what == "leave") {
         view_.UserLeave(control());
     } else if (what == "choose") {
-        view_.UserChoose(control(), static_cast<int>(number("index")));
+        view_.UserChoose(control(), static_cast<int>(std::trunc(number("index"))));
     } else if (what == "type") {
         view_.UserType(control(), step.value("text", std::string{}));
     } else if (what == "move") {
@@ -446,17 +451,30 @@ void Scenario::runStep(std::size_t index) {
             const Json& i = step[key];
             return machine_.ShellItem(i.value("name", std::string{}), i.value("path", std::string{}));
         };
-        if (step.contains("value"))
-            machine_.ShellValueReport(event, step["value"].get<std::uint32_t>(), item("item2"));
-        else
+        if (step.contains("value")) {
+            const auto value = fake::WholeNumber<std::uint32_t>(step["value"]);
+            if (!value)
+                throw std::runtime_error("scenario: a report's \"value\" is a whole number from 0 to 4294967295");
+            machine_.ShellValueReport(event, *value, item("item2"));
+        } else
             machine_.ShellReport(event, item("item1"), item("item2"));
     } else if (what == "tick") {
         view_.TimerTick(control());
     } else if (what == "message") {
         // Any window message, sent through the window's chain of procedures.
-        machine_.Deliver(view_.hWnd(), static_cast<std::uint32_t>(number("message")),
-                         static_cast<std::uintptr_t>(step.value("wParam", 0.0)),
-                         static_cast<std::intptr_t>(step.value("lParam", 0.0)));
+        auto whole = [&](const char* key, auto fallback) {
+            using T = decltype(fallback);
+            if (!step.contains(key)) return fallback;
+            const auto n = fake::WholeNumber<T>(step[key]);
+            if (!n)
+                throw std::runtime_error("scenario: step \"message\" needs a whole number \"" + std::string(key) +
+                                         "\"");
+            return *n;
+        };
+        if (!step.contains("message"))
+            throw std::runtime_error("scenario: step \"message\" needs a whole number \"message\"");
+        machine_.Deliver(view_.hWnd(), whole("message", std::uint32_t{0}), whole("wParam", std::uintptr_t{0}),
+                         whole("lParam", std::intptr_t{0}));
     } else if (what == "advance") {
         machine_.Advance(number("seconds"));
     } else if (what == "answer") {

@@ -1,5 +1,7 @@
 #include "platform/fake/handles.h"
 
+#include "platform/fake/json_numbers.h"
+
 #include "platform/portable/text.h"
 
 #include <algorithm>
@@ -62,8 +64,9 @@ void NativeHandles::LoadJson(const nlohmann::json& d) {
     if (d.contains("deniedProcesses")) {
         if (!d["deniedProcesses"].is_array()) Fail("handles: \"deniedProcesses\" must be an array of process ids");
         for (const auto& id : d["deniedProcesses"]) {
-            if (!id.is_number_unsigned()) Fail("handles: \"deniedProcesses\" must be an array of process ids");
-            DenyProcess(id.get<std::uint32_t>());
+            const auto pid = WholeNumber<std::uint32_t>(id);
+            if (!pid) Fail("handles: \"deniedProcesses\" must be an array of process ids");
+            DenyProcess(*pid);
         }
     }
     if (d.contains("entries")) {

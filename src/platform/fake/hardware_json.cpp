@@ -15,7 +15,8 @@ using nlohmann::json;
 
 std::optional<std::uint32_t> Number(const json& j, const char* key) {
     if (!j.contains(key) || j[key].is_null()) return std::nullopt;
-    if (!j[key].is_number_unsigned()) Fail(std::string("\"") + key + "\" must be a whole number from 0");
+    if (!j[key].is_number_unsigned() || j[key].get<std::uint64_t>() > 0xFFFFFFFFu)
+        Fail(std::string("\"") + key + "\" must be a whole number from 0 to 4294967295");
     return j[key].get<std::uint32_t>();
 }
 
@@ -38,7 +39,7 @@ platform::Guid InterfaceClass(const std::string& name) {
 }
 
 std::uint32_t EjectAnswer(const json& a) {
-    if (a.is_number_unsigned()) return a.get<std::uint32_t>();
+    if (a.is_number_unsigned() && a.get<std::uint64_t>() <= 0xFFFFFFFFu) return a.get<std::uint32_t>();
     if (a == "accepted") return platform::kCrSuccess;
     if (a == "refused") return platform::kCrRemoveVetoed;
     Fail("an eject answer is \"accepted\", \"refused\" or a result code");

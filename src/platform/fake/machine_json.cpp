@@ -1,8 +1,12 @@
 // Reading a machine description (JSON) into the simulated machine.
+#include <cmath>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <type_traits>
 
 #include "platform/fake/description_fields.h"
+#include "platform/fake/json_numbers.h"
 #include "platform/fake/machine.h"
 
 namespace fake {
@@ -11,10 +15,22 @@ namespace {
 
 using nlohmann::json;
 
+// A number field that fits T (whole for integer fields), or the fallback when
+// it is missing; anything else is an error.
 template <typename T> T Num(const json& j, const char* key, T fallback) {
     if (!j.contains(key)) return fallback;
-    if (!j[key].is_number()) Fail(std::string("\"") + key + "\" must be a number");
-    return j[key].get<T>();
+    const std::string name = std::string("\"") + key + "\"";
+    if constexpr (std::is_integral_v<T>) {
+        const auto n = WholeNumber<T>(j[key]);
+        if (!n)
+            Fail(name + " must be a whole number from " + std::to_string(std::numeric_limits<T>::min()) + " to " +
+                 std::to_string(std::numeric_limits<T>::max()));
+        return *n;
+    } else {
+        const auto n = FiniteNumber(j[key], -1e15, 1e15);
+        if (!n) Fail(name + " must be a number");
+        return *n;
+    }
 }
 
 bool Flag(const json& j, const char* key, bool fallback) {
@@ -84,8 +100,13 @@ void Machine::LoadJson(Machine& m, std::string_view text) {
     }
     if (doc.contains("clock")) {
         const json& c = doc["clock"];
-        m.SetTime(Num<double>(c, "time", m.Now()));
-        m.SetYieldTick(Num<double>(c, "tick", 0.01));
+        const double time = Num<double>(c, "time", m.Now());
+        if (time < 0 || time >= 86400) Fail("\"time\" must be seconds since midnight, from 0 to below 86400");
+        m.SetTime(time);
+        // Every yield advances the clock: a tick of 0 would make a timed wait never end.
+        const double tick = Num<double>(c, "tick", 0.01);
+        if (tick <= 0 || tick > 60) Fail("\"tick\" must be more than 0 and at most 60 seconds");
+        m.SetYieldTick(tick);
     }
     if (doc.contains("drives")) {
         if (!doc["drives"].is_array()) Fail("\"drives\" must be an array");
@@ -112,8 +133,9 @@ void Machine::LoadJson(Machine& m, std::string_view text) {
     }
     if (doc.contains("messageBoxAnswers")) {
         for (const json& a : doc["messageBoxAnswers"]) {
-            if (!a.is_number_integer()) Fail("\"messageBoxAnswers\" must hold button numbers");
-            m.QueueAnswer(a.get<std::int32_t>());
+            const auto answer = WholeNumber<std::int32_t>(a);
+            if (!answer) Fail("\"messageBoxAnswers\" must hold button numbers");
+            m.QueueAnswer(*answer);
         }
     }
     LoadHardware(m, doc);

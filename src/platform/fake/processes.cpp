@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "platform/fake/description_fields.h"
+#include "platform/fake/json_numbers.h"
 
 namespace fake {
 
@@ -19,16 +20,17 @@ void FakeProcesses::LoadJson(const nlohmann::json& description) {
     const auto& list = description["processes"];
     if (!list.is_array()) Fail("\"processes\" must be an array");
     for (const auto& p : list) {
-        if (!p.is_object() || !p.contains("pid") || !p["pid"].is_number_unsigned())
-            Fail("a process needs a \"pid\" (a number)");
-        const auto pid = p["pid"].get<std::uint32_t>();
+        const auto pid = p.is_object() && p.contains("pid") ? WholeNumber<std::uint32_t>(p["pid"]) : std::nullopt;
+        if (!pid) Fail("a process needs a \"pid\" (a number)");
+        if (p.contains("name") && !p["name"].is_string()) Fail("a process's \"name\" must be a string");
         const std::string name = p.value("name", std::string{});
         if (!p.contains("holds")) continue;
         if (!p["holds"].is_array()) Fail("a process's \"holds\" must be an array");
         for (const auto& h : p["holds"]) {
             if (!h.is_object() || !h.contains("path") || !h["path"].is_string())
                 Fail("a hold needs a \"path\" such as \"E:\\\\docs\\\\a.txt\"");
-            Add({pid, name, h.value("what", std::string("file")), h["path"].get<std::string>()});
+            if (h.contains("what") && !h["what"].is_string()) Fail("a hold's \"what\" must be a string");
+            Add({*pid, name, h.value("what", std::string("file")), h["path"].get<std::string>()});
         }
     }
 }
