@@ -28,49 +28,9 @@ std::uint32_t ToNumber(std::string_view text) {
     return value;
 }
 
-// "8:17" from a "dev" attribute.
-bool ParseDev(const std::string& text, std::uint32_t& major, std::uint32_t& minor) {
-    const auto colon = text.find(':');
-    if (colon == std::string::npos) return false;
-    major = ToNumber(std::string_view(text).substr(0, colon));
-    minor = ToNumber(std::string_view(text).substr(colon + 1));
-    return true;
-}
-
-// The value of KEY=value in a uevent file.
-std::string UeventValue(const std::string& folder, const std::string& key) {
+std::string UeventOf(const std::string& folder, std::string_view key) {
     const auto text = ReadFile(folder + "/uevent");
-    if (!text) return {};
-    std::size_t at = 0;
-    while (at < text->size()) {
-        const auto nl = text->find('\n', at);
-        const std::string line = text->substr(at, nl == std::string::npos ? std::string::npos : nl - at);
-        if (line.starts_with(key + "=")) return line.substr(key.size() + 1);
-        if (nl == std::string::npos) break;
-        at = nl + 1;
-    }
-    return {};
-}
-
-bool NaturalLess(const std::string& a, const std::string& b) {
-    // Names with numbers sort by the number: sdb2 < sdb10, loop2 < loop10.
-    std::size_t i = 0, j = 0;
-    while (i < a.size() && j < b.size()) {
-        if (std::isdigit(static_cast<unsigned char>(a[i])) && std::isdigit(static_cast<unsigned char>(b[j]))) {
-            std::size_t ie = i, je = j;
-            while (ie < a.size() && std::isdigit(static_cast<unsigned char>(a[ie]))) ++ie;
-            while (je < b.size() && std::isdigit(static_cast<unsigned char>(b[je]))) ++je;
-            const auto na = std::stoull(a.substr(i, ie - i)), nb = std::stoull(b.substr(j, je - j));
-            if (na != nb) return na < nb;
-            i = ie;
-            j = je;
-        } else {
-            if (a[i] != b[j]) return a[i] < b[j];
-            ++i;
-            ++j;
-        }
-    }
-    return a.size() - i < b.size() - j;
+    return text ? UeventValue(*text, key) : std::string();
 }
 
 std::string Underscores(std::string text) {
@@ -81,13 +41,66 @@ std::string Underscores(std::string text) {
 
 } // namespace
 
+bool ParseDev(std::string_view text, std::uint32_t& major, std::uint32_t& minor) {
+    const auto colon = text.find(':');
+    if (colon == std::string_view::npos) return false;
+    const auto end = text.find_last_not_of(" \n");
+    const std::string_view minorText = text.substr(colon + 1, end == std::string_view::npos ? 0 : end - colon);
+    const auto a = std::from_chars(text.data(), text.data() + colon, major);
+    const auto b = std::from_chars(minorText.data(), minorText.data() + minorText.size(), minor);
+    return a.ec == std::errc() && b.ec == std::errc();
+}
+
+std::string UeventValue(std::string_view text, std::string_view key) {
+    std::size_t at = 0;
+    while (at < text.size()) {
+        const auto nl = text.find('\n', at);
+        const std::string_view line = text.substr(at, nl == std::string_view::npos ? std::string_view::npos : nl - at);
+        if (line.size() > key.size() && line.starts_with(key) && line[key.size()] == '=')
+            return std::string(line.substr(key.size() + 1));
+        if (nl == std::string_view::npos) break;
+        at = nl + 1;
+    }
+    return {};
+}
+
+bool NaturalLess(const std::string& a, const std::string& b) {
+    // Names with numbers sort by the number: sdb2 < sdb10, loop2 < loop10.
+    // Runs of digits are compared as numbers of any length, leading zeros
+    // aside, then by their spelling.
+    auto digit = [](char c) { return c >= '0' && c <= '9'; };
+    std::size_t i = 0, j = 0;
+    while (i < a.size() && j < b.size()) {
+        if (digit(a[i]) && digit(b[j])) {
+            std::size_t ie = i, je = j;
+            while (ie < a.size() && digit(a[ie])) ++ie;
+            while (je < b.size() && digit(b[je])) ++je;
+            std::size_t ia = i, jb = j;
+            while (ia + 1 < ie && a[ia] == '0') ++ia;
+            while (jb + 1 < je && b[jb] == '0') ++jb;
+            const std::string_view na(a.data() + ia, ie - ia), nb(b.data() + jb, je - jb);
+            if (na.size() != nb.size()) return na.size() < nb.size();
+            if (na != nb) return na < nb;
+            const std::string_view ra(a.data() + i, ie - i), rb(b.data() + j, je - j);
+            if (ra != rb) return ra < rb;
+            i = ie;
+            j = je;
+        } else {
+            if (a[i] != b[j]) return static_cast<unsigned char>(a[i]) < static_cast<unsigned char>(b[j]);
+            ++i;
+            ++j;
+        }
+    }
+    return a.size() - i < b.size() - j;
+}
+
 std::optional<BlockDevice> Sysfs::fromPath(const std::string& path) const {
     if (path.empty() || !Exists(path + "/dev")) return std::nullopt;
     BlockDevice b;
     b.path = path;
     b.name = Base(path);
     if (!ParseDev(ReadAttr(path + "/dev"), b.major, b.minor)) return std::nullopt;
-    const std::string devName = UeventValue(path, "DEVNAME");
+    const std::string devName = UeventOf(path, "DEVNAME");
     b.devNode = "/dev/" + (devName.empty() ? b.name : devName);
     if (Exists(path + "/partition")) {
         b.partition = ToNumber(ReadAttr(path + "/partition"));

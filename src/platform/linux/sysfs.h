@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace linuxbk {
@@ -28,6 +29,13 @@ inline constexpr std::uint32_t kNvme = 0x11;
 } // namespace bus
 
 enum class DiskKind { Disk, CdRom, Floppy };
+
+// "8:17" (a "dev" attribute) as its two numbers; false when it is not of that form.
+bool ParseDev(std::string_view text, std::uint32_t& major, std::uint32_t& minor);
+// The value of KEY=value in the text of a uevent file; "" when there is none.
+std::string UeventValue(std::string_view ueventText, std::string_view key);
+// Kernel names in the order of their numbers: sdb2 before sdb10.
+bool NaturalLess(const std::string& a, const std::string& b);
 
 // One block device: a whole disk or a partition.
 struct BlockDevice {

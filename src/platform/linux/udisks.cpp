@@ -10,7 +10,6 @@ namespace linuxbk {
 namespace {
 
 constexpr const char* kService = "org.freedesktop.UDisks2";
-constexpr std::uint64_t kQueryTimeoutUs = 5'000'000;
 constexpr std::uint64_t kActionTimeoutUs = 60'000'000;
 
 struct BusDeleter {
@@ -24,7 +23,7 @@ using Message = std::unique_ptr<sd_bus_message, MessageDeleter>;
 
 // sd_bus_error freed on scope exit.
 struct Error {
-    sd_bus_error e = SD_BUS_ERROR_NULL;
+    sd_bus_error e{nullptr, nullptr, 0}; // SD_BUS_ERROR_NULL, without its C compound literal
     Error() = default;
     Error(const Error&) = delete;
     Error& operator=(const Error&) = delete;
