@@ -129,6 +129,33 @@ std::string Size(std::uint64_t bytes) {
     return text;
 }
 
+// A document as text. Names from the system may hold bytes that are not
+// UTF-8 (a label, a file name, a process name): each such byte becomes
+// U+FFFD, so the document stays valid JSON whatever the system holds.
+std::string Dump(const Json& doc, int indent = 2) {
+    return doc.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+// Text from the system as a terminal line may show it: control characters
+// (a newline in a process name, an escape sequence in a label) are written
+// as \xNN, so they can neither forge lines nor reach the terminal.
+std::string Shown(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (const char c : text) {
+        const auto u = static_cast<unsigned char>(c);
+        if (u < 0x20 || u == 0x7F) {
+            static constexpr char kHex[] = "0123456789abcdef";
+            out += "\\x";
+            out += kHex[u >> 4];
+            out += kHex[u & 0xF];
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
 Json PlaceJson(const std::optional<DrivePlace>& p, bool mount) {
     if (!p) return nullptr;
     return mount ? p->mountPoint : p->deviceNode;
@@ -142,11 +169,14 @@ Json HoldersJson(const std::vector<platform::ProcessHold>& holders) {
 }
 
 void PrintHolders(std::ostream& out, const std::vector<platform::ProcessHold>& holders, const std::string& indent) {
-    for (const auto& h : holders) out << indent << h.pid << ' ' << h.name << " (" << h.what << ") " << h.path << '\n';
+    for (const auto& h : holders)
+        out << indent << h.pid << ' ' << Shown(h.name) << " (" << h.what << ") " << Shown(h.path) << '\n';
 }
 
 // Columns padded to their widest cell.
-void PrintTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows) {
+void PrintTable(std::ostream& out, std::vector<std::vector<std::string>> rows) {
+    for (auto& r : rows)
+        for (auto& cell : r) cell = Shown(cell);
     std::vector<std::size_t> widths;
     for (const auto& r : rows)
         for (std::size_t i = 0; i < r.size(); ++i) {
@@ -543,7 +573,7 @@ int Tool::list(const Options& o, std::ostream& out) {
                               {"freeBytes", r.freeBytes},
                               {"mountPoint", PlaceJson(r.place, true)},
                               {"deviceNode", PlaceJson(r.place, false)}});
-        out << Json{{"version", 1}, {"drives", drives}}.dump(2) << '\n';
+        out << Dump(Json{{"version", 1}, {"drives", drives}}) << '\n';
         return kOk;
     }
     const bool places = std::any_of(rows.begin(), rows.end(), [](const DriveRow& r) { return r.place.has_value(); });
@@ -577,7 +607,7 @@ int Tool::release(const Options& o, std::ostream& out, std::ostream& err) {
             if (row.Usb() && std::find(roots.begin(), roots.end(), row.root) == roots.end()) roots.push_back(row.root);
     if (roots.empty()) {
         err << kProgram << "No USB drive to release was found.\n";
-        if (o.json) out << Json{{"version", 1}, {"results", Json::array()}, {"exitCode", kNotFound}}.dump(2) << '\n';
+        if (o.json) out << Dump(Json{{"version", 1}, {"results", Json::array()}, {"exitCode", kNotFound}}) << '\n';
         return kNotFound;
     }
 
@@ -588,7 +618,7 @@ int Tool::release(const Options& o, std::ostream& out, std::ostream& err) {
                                     ? Release(root)
                                     : ReleaseResult{root, kNotFound, "Drive " + root + " was not found.", {}, {}};
         if (code == kOk) code = r.code;
-        if (r.code != kOk) err << kProgram << r.message << '\n';
+        if (r.code != kOk) err << kProgram << Shown(r.message) << '\n';
         if (o.json) {
             static const char* kOutcome[] = {"released", "error", "bad-arguments", "not-found", "not-usb", "refused"};
             Json veto = nullptr;
@@ -601,13 +631,13 @@ int Tool::release(const Options& o, std::ostream& out, std::ostream& err) {
                                {"veto", veto},
                                {"holders", HoldersJson(r.holders)}});
         } else if (r.code == kOk) {
-            out << r.message << '\n';
+            out << Shown(r.message) << '\n';
         } else if (!r.holders.empty()) {
             out << "Processes holding " << r.root << ":\n";
             PrintHolders(out, r.holders, "  ");
         }
     }
-    if (o.json) out << Json{{"version", 1}, {"results", results}, {"exitCode", code}}.dump(2) << '\n';
+    if (o.json) out << Dump(Json{{"version", 1}, {"results", results}, {"exitCode", code}}) << '\n';
     return code;
 }
 
@@ -631,15 +661,23 @@ int Tool::who(const Options& o, std::ostream& out, std::ostream& err) {
     const auto root = existingDrive(o.roots.front(), err, code);
     if (!root) return code;
     const auto holders = ctx_.processes.WhoHolds(*root);
+    const std::size_t unseen = ctx_.processes.Uninspected();
     if (o.json) {
-        out << Json{{"version", 1}, {"root", *root}, {"holders", HoldersJson(holders)}}.dump(2) << '\n';
-    } else if (holders.empty()) {
+        out << Dump(Json{{"version", 1}, {"root", *root}, {"holders", HoldersJson(holders)}, {"uninspected", unseen}})
+            << '\n';
+        return kOk;
+    }
+    if (holders.empty()) {
         out << "Nothing holds drive " << *root << ".\n";
     } else {
         std::vector<std::vector<std::string>> table{{"PID", "NAME", "WHAT", "PATH"}};
         for (const auto& h : holders) table.push_back({std::to_string(h.pid), h.name, h.what, h.path});
         PrintTable(out, table);
     }
+    // What this user could not look into may hold the drive too.
+    if (unseen > 0)
+        out << unseen << (unseen == 1 ? " process" : " processes")
+            << " could not be inspected; run as root to see every holder.\n";
     return kOk;
 }
 
@@ -649,11 +687,11 @@ int Tool::serial(const Options& o, std::ostream& out, std::ostream& err) {
     if (!root) return code;
     const SerialResult s = Serial(*root);
     if (o.json) {
-        out << Json{{"version", 1}, {"root", *root}, {"serial", s.serial}, {"pnpDeviceId", s.pnpDeviceId}}.dump(2)
+        out << Dump(Json{{"version", 1}, {"root", *root}, {"serial", s.serial}, {"pnpDeviceId", s.pnpDeviceId}})
             << '\n';
     } else {
-        out << "Serial:        " << s.serial << '\n'
-            << "PNP device ID: " << (s.pnpDeviceId.empty() ? drives::kNoDeviceId : s.pnpDeviceId) << '\n';
+        out << "Serial:        " << Shown(s.serial) << '\n'
+            << "PNP device ID: " << Shown(s.pnpDeviceId.empty() ? drives::kNoDeviceId : s.pnpDeviceId) << '\n';
     }
     return kOk;
 }
@@ -668,9 +706,9 @@ int Tool::watch(const Options& o, std::ostream& out, std::ostream& err, WatchLoo
     loop->Run([&](std::uint32_t message, std::uintptr_t wParam, std::intptr_t) {
         for (const auto& e : Seen(message, wParam)) {
             if (o.json)
-                out << Json{{"event", e.kind}, {"root", e.root}, {"detail", e.detail}}.dump() << std::endl;
+                out << Dump(Json{{"event", e.kind}, {"root", e.root}, {"detail", e.detail}}, -1) << std::endl;
             else
-                out << e.kind << ' ' << (e.root.empty() ? "-" : e.root) << ' ' << e.detail << std::endl;
+                out << e.kind << ' ' << (e.root.empty() ? "-" : e.root) << ' ' << Shown(e.detail) << std::endl;
         }
     });
     Unwatch();

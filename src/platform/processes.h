@@ -2,6 +2,7 @@
 // Which processes hold a drive: open files, folders, working directories and
 // mapped files that lie on it. A service of its own, apart from the bundle
 // the window uses, for the command-line tool.
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -27,6 +28,9 @@ public:
     // every volume the ejection takes away with the drive. By default the
     // drive's own.
     virtual std::vector<ProcessHold> WhoBlocksRelease(const std::string& root) { return WhoHolds(root); }
+    // How many processes the last question could not look into (other
+    // users' processes, for a caller without the right to see them).
+    virtual std::size_t Uninspected() const { return 0; }
 };
 
 } // namespace platform

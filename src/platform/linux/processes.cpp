@@ -1,12 +1,14 @@
 #include "platform/linux/processes.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
 #include "platform/linux/release_plan.h"
 #include "platform/linux/util.h"
@@ -67,11 +69,19 @@ std::optional<DevNumber> MapsDevice(std::string_view field) {
 DevNumber DevOf(std::uint32_t major, std::uint32_t minor) { return ::makedev(major, minor); }
 
 std::vector<platform::ProcessHold> HoldsOn(const std::string& procRoot, const std::set<DevNumber>& fileSystems,
-                                           const std::set<DevNumber>& blockDevices) {
+                                           const std::set<DevNumber>& blockDevices, std::size_t* uninspected) {
     std::vector<platform::ProcessHold> holds;
+    if (uninspected != nullptr) *uninspected = 0;
     if (fileSystems.empty() && blockDevices.empty()) return holds;
     for (const std::uint32_t pid : Pids(procRoot)) {
         const std::string base = procRoot + "/" + std::to_string(pid);
+        if (::access((base + "/fd").c_str(), R_OK | X_OK) != 0) {
+            const bool denied = errno == EACCES;
+            // Kernel threads (no command line) hold no files.
+            const bool user = !ReadFile(base + "/cmdline").value_or(std::string()).empty();
+            if (denied && user && uninspected != nullptr) ++*uninspected;
+            continue;
+        }
         const std::string name = Trim(ReadFile(base + "/comm").value_or(std::string{}));
         auto add = [&](std::string what, const std::string& path) {
             holds.push_back({pid, name, std::move(what), path});
@@ -126,7 +136,7 @@ std::vector<platform::ProcessHold> LinuxProcesses::WhoHolds(const std::string& r
     DevNumber fs = DevOf(drive->major, drive->minor);
     for (const auto& m : map_.Mounts())
         if (m.mountPoint == drive->mountPoint) fs = DevOf(m.major, m.minor);
-    return HoldsOn(procRoot_, {fs});
+    return HoldsOn(procRoot_, {fs}, {}, &uninspected_);
 }
 
 std::vector<platform::ProcessHold> LinuxProcesses::WhoBlocksRelease(const std::string& root) {

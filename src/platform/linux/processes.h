@@ -21,8 +21,11 @@ DevNumber DevOf(std::uint32_t major, std::uint32_t minor);
 // Every hold on the file systems whose device numbers are in fileSystems, and
 // every open device node of the block devices in blockDevices ("device"), by
 // process id, one entry per held object.
+// uninspected, when given, receives how many processes could not be looked
+// into (other users' processes, when not root).
 std::vector<platform::ProcessHold> HoldsOn(const std::string& procRoot, const std::set<DevNumber>& fileSystems,
-                                           const std::set<DevNumber>& blockDevices = {});
+                                           const std::set<DevNumber>& blockDevices = {},
+                                           std::size_t* uninspected = nullptr);
 
 class LinuxProcesses : public platform::Processes {
 public:
@@ -33,10 +36,12 @@ public:
     // What holds any file system of the device the drive is on: its other
     // partitions and units, and what is stacked on them.
     std::vector<platform::ProcessHold> WhoBlocksRelease(const std::string& root) override;
+    std::size_t Uninspected() const override { return uninspected_; }
 
 private:
     LetterMap& map_;
     std::string procRoot_;
+    std::size_t uninspected_ = 0;
 };
 
 } // namespace linuxbk
