@@ -87,7 +87,7 @@ void Machine::AddFile(const std::string& path, std::string content, std::uint32_
     const std::string key = Key(path);
     const auto slash = key.rfind('\\');
     if (slash != std::string::npos && slash > 2) AddFolder(path.substr(0, slash), platform::kAttrDirectory);
-    nodes_[key] = Node{path, attributes, std::move(content)};
+    nodes_[key] = Node{path, attributes, std::move(content), ++stamp_};
 }
 
 std::optional<std::string> Machine::FileContent(const std::string& path) const {
@@ -376,10 +376,12 @@ std::int32_t Machine::WritePrivateProfileStringA(const std::string& section, con
         if (it == nodes_.end() || (it->second.attributes & (platform::kAttrDirectory | platform::kAttrReadOnly)) == 0) {
             const std::string before = it == nodes_.end() ? std::string{} : it->second.content;
             const std::string after = portable::WriteString(before, section, key, value);
-            if (it == nodes_.end())
-                nodes_[k] = Node{file, platform::kAttrArchive, after};
-            else
+            if (it == nodes_.end()) {
+                nodes_[k] = Node{file, platform::kAttrArchive, after, ++stamp_};
+            } else {
                 it->second.content = after;
+                it->second.version = ++stamp_;
+            }
             ok = true;
         }
     }
@@ -387,27 +389,33 @@ std::int32_t Machine::WritePrivateProfileStringA(const std::string& section, con
     return ok ? 1 : 0;
 }
 
+const Machine::Node* Machine::profileNode(const std::string& path) {
+    const Drive* d = driveOf(path);
+    if (d == nullptr || !d->ready) return nullptr;
+    const auto it = nodes_.find(Key(path));
+    if (it == nodes_.end() || (it->second.attributes & platform::kAttrDirectory) != 0) return nullptr;
+    return &it->second;
+}
+
 std::uint32_t Machine::GetPrivateProfileSectionA(const std::string& section, std::span<char> buffer,
                                                  const std::string& file) {
-    std::uint32_t n = 0;
-    const Drive* d = driveOf(file);
-    auto content = d != nullptr && d->ready ? FileContent(file) : std::nullopt;
     std::optional<std::vector<std::string>> lines;
-    if (content) lines = portable::SectionLines(*content, section);
-    if (lines)
-        n = portable::FillStringList(*lines, buffer);
-    else
-        n = portable::FillStringList({}, buffer);
+    if (const Node* node = profileNode(file))
+        lines = profiles_.Get(Key(file), std::to_string(node->version), [node] { return node->content; })
+                    .SectionLines(section);
+    const std::uint32_t n = portable::FillStringList(lines.value_or(std::vector<std::string>{}), buffer);
     record("GetPrivateProfileSectionA", {Quote(section), std::to_string(buffer.size()), Quote(file)}, std::to_string(n),
            false);
     return n;
 }
 
 std::uint32_t Machine::GetPrivateProfileSectionNamesA(std::span<char> buffer, const std::string& file) {
-    const Drive* d = driveOf(file);
-    auto content = d != nullptr && d->ready ? FileContent(file) : std::nullopt;
-    const std::uint32_t n =
-        portable::FillStringList(content ? portable::SectionNames(*content) : std::vector<std::string>{}, buffer);
+    const Node* node = profileNode(file);
+    const std::uint32_t n = portable::FillStringList(
+        node != nullptr
+            ? profiles_.Get(Key(file), std::to_string(node->version), [node] { return node->content; }).SectionNames()
+            : std::vector<std::string>{},
+        buffer);
     record("GetPrivateProfileSectionNamesA", {std::to_string(buffer.size()), Quote(file)}, std::to_string(n), false);
     return n;
 }

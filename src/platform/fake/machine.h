@@ -15,6 +15,7 @@
 
 #include "platform/fake/handles.h"
 #include "platform/fake/hardware.h"
+#include "platform/portable/profile_text.h"
 #include "platform/portable/shell_items.h"
 #include "platform/services.h"
 
@@ -91,6 +92,8 @@ public:
     void AddFile(const std::string& path, std::string content = {}, std::uint32_t attributes = platform::kAttrArchive);
     void AddFolder(const std::string& path, std::uint32_t attributes = platform::kAttrDirectory);
     std::optional<std::string> FileContent(const std::string& path) const;
+    // How many times a profile file was read and parsed (each unchanged file once).
+    std::size_t ProfileReads() const { return profiles_.Reads(); }
     bool Exists(const std::string& path) const;
     void SetProgramFolder(std::string folder) { programFolder_ = std::move(folder); }
     void SetCommandLine(std::string commandLine) { commandLine_ = std::move(commandLine); }
@@ -261,7 +264,10 @@ private:
         std::string path; // as created
         std::uint32_t attributes = 0;
         std::string content;
+        std::uint64_t version = 0; // a new one with every new content
     };
+    // The profile file's node, when path names a file on a ready drive.
+    const Node* profileNode(const std::string& path);
     struct Search {
         std::vector<platform::FindData> entries;
         std::size_t next = 0;
@@ -276,6 +282,8 @@ private:
 
     std::vector<Drive> drives_;
     std::map<std::string, Node> nodes_;
+    std::uint64_t stamp_ = 0;         // the last content version given out
+    portable::ProfileCache profiles_; // profile files read, by path and version
     std::map<platform::Handle, Search> searches_;
     platform::Handle nextSearch_ = 0x500;
     std::string programFolder_ = "C:\\Program Files\\Kestrine";

@@ -134,18 +134,37 @@ std::int32_t ProfileFiles::WritePrivateProfileStringA(const std::string& section
     return ReplaceFile(path, text, mode) ? 1 : 0;
 }
 
+const portable::ParsedProfile* ProfileFiles::parsed(const std::string& path) {
+    // The file's identity and time of change tell whether it changed.
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return nullptr;
+    const std::string version = std::to_string(st.st_dev) + ":" + std::to_string(st.st_ino) + ":" +
+                                std::to_string(st.st_size) + ":" + std::to_string(st.st_mtim.tv_sec) + "." +
+                                std::to_string(st.st_mtim.tv_nsec) + ":" + std::to_string(st.st_ctim.tv_sec) + "." +
+                                std::to_string(st.st_ctim.tv_nsec);
+    bool readable = true;
+    const portable::ParsedProfile& p = cache_.Get(path, version, [&] {
+        std::string text;
+        readable = ReadWholeFile(path, text) == ReadResult::Ok;
+        return text;
+    });
+    if (!readable) {
+        cache_ = {}; // not kept: the next question reads it again
+        return nullptr;
+    }
+    return &p;
+}
+
 std::uint32_t ProfileFiles::GetPrivateProfileSectionA(const std::string& section, std::span<char> buffer,
                                                       const std::string& file) {
-    std::string text;
-    if (ReadWholeFile(toNativePath_(file), text) != ReadResult::Ok) return portable::FillStringList({}, buffer);
-    const auto lines = portable::SectionLines(text, section);
+    const portable::ParsedProfile* p = parsed(toNativePath_(file));
+    const auto lines = p != nullptr ? p->SectionLines(section) : std::nullopt;
     return portable::FillStringList(lines.value_or(std::vector<std::string>{}), buffer);
 }
 
 std::uint32_t ProfileFiles::GetPrivateProfileSectionNamesA(std::span<char> buffer, const std::string& file) {
-    std::string text;
-    if (ReadWholeFile(toNativePath_(file), text) != ReadResult::Ok) return portable::FillStringList({}, buffer);
-    return portable::FillStringList(portable::SectionNames(text), buffer);
+    const portable::ParsedProfile* p = parsed(toNativePath_(file));
+    return portable::FillStringList(p != nullptr ? p->SectionNames() : std::vector<std::string>{}, buffer);
 }
 
 } // namespace linuxbk

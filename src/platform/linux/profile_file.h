@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "platform/portable/profile_text.h"
 #include "platform/profile.h"
 
 namespace linuxbk {
@@ -31,7 +32,12 @@ public:
     std::uint32_t GetPrivateProfileSectionNamesA(std::span<char> buffer, const std::string& file) override;
 
 private:
+    // The parsed file, read again only when it changed; nothing when it
+    // cannot be read.
+    const portable::ParsedProfile* parsed(const std::string& path);
+
     PathMapper toNativePath_;
+    portable::ProfileCache cache_;
 };
 
 } // namespace linuxbk

@@ -128,13 +128,18 @@ std::string WriteString(std::string_view content, std::string_view section, std:
     return text;
 }
 
-std::optional<std::vector<std::string>> SectionLines(std::string_view content, std::string_view section) {
-    const std::vector<std::string_view> lines = SplitLines(content);
-    const auto range = FindSection(lines, Trim(section));
-    if (!range) return std::nullopt;
+namespace {
 
+std::string LowerName(std::string_view name) {
+    std::string out(Trim(name));
+    for (char& c : out) c = LowerAscii(c);
+    return out;
+}
+
+// A section's entries as GetPrivateProfileSectionA gives them.
+std::vector<std::string> Entries(const std::vector<std::string_view>& lines, std::size_t from, std::size_t to) {
     std::vector<std::string> result;
-    for (std::size_t i = range->header + 1; i < range->end; ++i) {
+    for (std::size_t i = from; i < to; ++i) {
         const std::string_view line = Trim(lines[i]);
         if (line.empty() || line.front() == ';') continue;
         const std::size_t equals = line.find('=');
@@ -152,13 +157,58 @@ std::optional<std::vector<std::string>> SectionLines(std::string_view content, s
     return result;
 }
 
+} // namespace
+
+std::optional<std::vector<std::string>> SectionLines(std::string_view content, std::string_view section) {
+    return ParsedProfile(std::string(content)).SectionLines(section);
+}
+
 std::vector<std::string> SectionNames(std::string_view content) {
-    std::vector<std::string> names;
-    for (const std::string_view line : SplitLines(content)) {
-        const auto header = SectionHeader(line);
-        if (header && !header->empty()) names.emplace_back(*header);
+    return ParsedProfile(std::string(content)).SectionNames();
+}
+
+ParsedProfile::ParsedProfile(std::string content) : content_(std::move(content)) {
+    lines_ = SplitLines(content_);
+    std::size_t open = lines_.size(); // the section being read, none yet
+    std::string openName;
+    auto close = [&](std::size_t end) {
+        if (open < lines_.size()) sections_.try_emplace(openName, open, end);
+    };
+    for (std::size_t i = 0; i < lines_.size(); ++i) {
+        const auto header = SectionHeader(lines_[i]);
+        if (!header) continue;
+        close(i);
+        open = i;
+        // The header's name as written (blanks inside the brackets count);
+        // the name asked for is trimmed.
+        openName = std::string(*header);
+        for (char& c : openName) c = LowerAscii(c);
+        if (!header->empty()) names_.emplace_back(*header);
     }
-    return names;
+    close(lines_.size());
+}
+
+std::optional<std::vector<std::string>> ParsedProfile::SectionLines(std::string_view section) const {
+    const auto it = sections_.find(LowerName(section));
+    if (it == sections_.end()) return std::nullopt;
+    return Entries(lines_, it->second.first + 1, it->second.second);
+}
+
+const ParsedProfile& ProfileCache::Get(const std::string& file, const std::string& version,
+                                       const std::function<std::string()>& read) {
+    for (auto it = entries_.begin(); it != entries_.end(); ++it) {
+        if (it->file != file) continue;
+        if (it->version == version) {
+            std::rotate(it, it + 1, entries_.end());
+            return *entries_.back().parsed;
+        }
+        entries_.erase(it);
+        break;
+    }
+    if (entries_.size() >= 4) entries_.erase(entries_.begin());
+    ++reads_;
+    entries_.push_back({file, version, std::make_shared<const ParsedProfile>(read())});
+    return *entries_.back().parsed;
 }
 
 std::uint32_t FillStringList(const std::vector<std::string>& strings, std::span<char> buffer) {

@@ -11,10 +11,14 @@
 // case; the names asked for are trimmed of blanks. Reading accepts LF and
 // CRLF line ends; writing gives CRLF line ends throughout.
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace portable {
@@ -38,6 +42,42 @@ std::optional<std::vector<std::string>> SectionLines(std::string_view content, s
 
 // The names of the file's sections in file order.
 std::vector<std::string> SectionNames(std::string_view content);
+
+// A file's text read once, its sections found once: asking for one section
+// costs that section's lines, so reading every section of a file (as a
+// USB.ini with thousands of sections is read) stays linear in its size.
+class ParsedProfile {
+public:
+    explicit ParsedProfile(std::string content);
+    // As the free functions above.
+    std::optional<std::vector<std::string>> SectionLines(std::string_view section) const;
+    const std::vector<std::string>& SectionNames() const { return names_; }
+
+private:
+    std::string content_;
+    std::vector<std::string_view> lines_;
+    std::vector<std::string> names_;
+    // Lower-cased trimmed name -> (header line, end line) of its first occurrence.
+    std::unordered_map<std::string, std::pair<std::size_t, std::size_t>> sections_;
+};
+
+// The last few files read, each kept while its version stays the same (the
+// caller's notion of an unchanged file: its identity and time of change).
+class ProfileCache {
+public:
+    const ParsedProfile& Get(const std::string& file, const std::string& version,
+                             const std::function<std::string()>& read);
+    // How many times a file was read and parsed.
+    std::size_t Reads() const { return reads_; }
+
+private:
+    std::size_t reads_ = 0;
+    struct Entry {
+        std::string file, version;
+        std::shared_ptr<const ParsedProfile> parsed;
+    };
+    std::vector<Entry> entries_; // the most recent last
+};
 
 // Puts strings into buffer as Windows' profile functions return string lists:
 // each string followed by NUL, then one more NUL. Returns the characters
