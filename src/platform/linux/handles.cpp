@@ -78,13 +78,15 @@ std::uint32_t LinuxHandles::GetFileTypeOnThread(Handle file, std::uint32_t milli
     try {
         std::thread([state, copy] {
             std::uint32_t type = platform::kFileTypeUnknown;
-            struct stat st {};
-            if (copy >= 0 && ::fstat(copy, &st) == 0) {
-                if (S_ISREG(st.st_mode) || S_ISDIR(st.st_mode) || S_ISBLK(st.st_mode))
+            // From what the system has cached: a file on a server that no
+            // longer answers cannot leave the thread waiting in the kernel.
+            struct statx st {};
+            if (copy >= 0 && ::statx(copy, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_TYPE, &st) == 0) {
+                if (S_ISREG(st.stx_mode) || S_ISDIR(st.stx_mode) || S_ISBLK(st.stx_mode))
                     type = platform::kFileTypeDisk;
-                else if (S_ISCHR(st.st_mode))
+                else if (S_ISCHR(st.stx_mode))
                     type = platform::kFileTypeChar;
-                else if (S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode))
+                else if (S_ISFIFO(st.stx_mode) || S_ISSOCK(st.stx_mode))
                     type = platform::kFileTypePipe;
             }
             if (copy >= 0) ::close(copy);
@@ -208,10 +210,9 @@ NtStatus LinuxHandles::NtDuplicateObject(Handle sourceProcess, Handle sourceHand
 std::string LinuxHandles::DeviceFormName(int fd) {
     const std::string target = ReadLink("/proc/self/fd/" + std::to_string(fd));
     if (target.empty() || target.front() != '/') return target; // pipes, sockets, anonymous descriptors
-    struct stat st {};
-    if (::fstat(fd, &st) != 0) return target;
-    const auto major = static_cast<std::uint32_t>(::major(st.st_dev));
-    const auto minor = static_cast<std::uint32_t>(::minor(st.st_dev));
+    struct statx st {};
+    if (::statx(fd, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_TYPE, &st) != 0) return target;
+    const std::uint32_t major = st.stx_dev_major, minor = st.stx_dev_minor;
     // The mount the path lies in, by its device, and the drive of that device.
     const MountEntry* mount = nullptr;
     for (const auto& m : map_.Mounts()) {

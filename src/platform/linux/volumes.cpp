@@ -5,16 +5,11 @@
 #include "platform/portable/text.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstdio>
-#include <memory>
-#include <mutex>
-#include <thread>
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include "platform/linux/udisks.h"
@@ -41,37 +36,65 @@ platform::FindData Entry(std::string_view name, std::uint32_t attributes, std::u
 
 } // namespace
 
-std::optional<SpaceInfo> StatvfsTimed(const std::string& path, std::uint32_t milliseconds) {
-    struct State {
-        std::mutex lock;
-        std::condition_variable done;
-        bool finished = false;
-        std::optional<SpaceInfo> answer;
-    };
-    auto state = std::make_shared<State>();
-    try {
-        std::thread([state, path] {
-            struct statvfs v {};
-            std::optional<SpaceInfo> answer;
-            if (::statvfs(path.c_str(), &v) == 0) {
-                answer = SpaceInfo{static_cast<std::uint64_t>(v.f_blocks) * v.f_frsize,
-                                   static_cast<std::uint64_t>(v.f_bfree) * v.f_frsize,
-                                   static_cast<std::uint64_t>(v.f_bavail) * v.f_frsize,
-                                   static_cast<std::uint32_t>(v.f_namemax)};
-            }
-            std::lock_guard<std::mutex> hold(state->lock);
-            state->answer = answer;
-            state->finished = true;
-            state->done.notify_all();
-        }).detach();
-    } catch (const std::system_error&) {
-        return std::nullopt;
+namespace {
+
+// A drive whose file system may wait on something that no longer answers.
+bool MayHang(const DriveRecord& d) { return d.kind == DriveKind::Network || d.fsType.starts_with("fuse"); }
+
+// Where a program may be found for a process with root's rights: a fixed
+// local drive, not a stick, a disc, a share or a FUSE file system.
+bool TrustedDrive(const DriveRecord& d) { return d.driveType == platform::kDriveFixed && !MayHang(d); }
+
+// Whether a file and every folder above it are root's and writable by no one
+// else (a folder with the sticky bit, as /tmp, counts as root's alone).
+bool RootsAlone(const std::string& nativePath) {
+    std::string path = nativePath;
+    for (;;) {
+        struct stat st {};
+        if (::lstat(path.c_str(), &st) != 0 || st.st_uid != 0) return false;
+        const bool shared = (st.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+        if (shared && !(S_ISDIR(st.st_mode) && (st.st_mode & S_ISVTX) != 0 && path != nativePath)) return false;
+        if (path == "/") return true;
+        const auto slash = path.rfind('/');
+        path = slash == 0 || slash == std::string::npos ? std::string("/") : path.substr(0, slash);
     }
-    std::unique_lock<std::mutex> hold(state->lock);
-    if (!state->done.wait_for(hold, std::chrono::milliseconds(milliseconds), [&] { return state->finished; }))
-        return std::nullopt;
-    return state->answer;
 }
+
+// Puts from's content at to by way of a new file beside to, then removes from.
+bool CopyInPlace(const std::string& from, const std::string& to) {
+    const auto text = ReadFile(from);
+    struct stat st {};
+    if (!text || ::stat(from.c_str(), &st) != 0) return false;
+    const std::string temp = to + ".kestrine-new";
+    UniqueFd fd(::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, st.st_mode & 07777));
+    bool ok = static_cast<bool>(fd) && ::fchmod(fd.get(), st.st_mode & 07777) == 0 &&
+              ::write(fd.get(), text->data(), text->size()) == static_cast<ssize_t>(text->size()) &&
+              ::fsync(fd.get()) == 0;
+    fd.reset();
+    ok = ok && ::rename(temp.c_str(), to.c_str()) == 0;
+    if (!ok) {
+        ::unlink(temp.c_str());
+        return false;
+    }
+    ::unlink(from.c_str());
+    return true;
+}
+
+} // namespace
+
+std::optional<SpaceInfo> LinuxVolumes::spaceOf(const DriveRecord& d) {
+    if (!MayHang(d)) return SpaceOf(d.mountPoint);
+    // An answer is kept a moment (one listing asks several times); a drive
+    // that did not answer is given up on for longer.
+    const auto now = std::chrono::steady_clock::now();
+    auto it = probes_.find(d.mountPoint);
+    const auto kept = it != probes_.end() && !it->second.answer ? std::chrono::seconds(20) : std::chrono::seconds(3);
+    if (it == probes_.end() || now - it->second.at > kept)
+        it = probes_.insert_or_assign(d.mountPoint, Probe{now, SpaceOfApart(d.mountPoint, sizeLimitMs_)}).first;
+    return it->second.answer;
+}
+
+bool LinuxVolumes::answers(const DriveRecord& d) { return d.Ready() && (!MayHang(d) || spaceOf(d).has_value()); }
 
 std::uint32_t LinuxVolumes::GetLogicalDriveStringsA(std::span<char> buffer) {
     std::string strings;
@@ -94,9 +117,12 @@ std::uint32_t LinuxVolumes::GetDriveTypeA(const std::string& root) {
 bool LinuxVolumes::GetDiskFreeSpaceExA(const std::string& directory, std::span<std::uint8_t, 8> freeBytesAvailable,
                                        std::span<std::uint8_t, 8> totalBytes,
                                        std::span<std::uint8_t, 8> totalFreeBytes) {
+    const DriveRecord* d = map_.DriveOf(directory);
     const auto native = map_.ToNative(directory);
-    if (!native) return false;
-    const auto space = StatvfsTimed(*native, sizeLimitMs_);
+    if (d == nullptr || !native) return false;
+    const DriveRecord drive = *d;
+    const auto space =
+        *native == drive.mountPoint ? spaceOf(drive) : (answers(drive) ? SpaceOf(*native) : std::nullopt);
     if (!space) return false;
     PutU64(freeBytesAvailable, space->available);
     PutU64(totalBytes, space->total);
@@ -112,7 +138,7 @@ bool LinuxVolumes::GetVolumeInformationA(const std::string& root, std::span<char
     const DriveRecord* d = map_.DriveOf(root);
     if (d == nullptr || !d->Ready()) return false;
     const DriveRecord drive = *d; // the map may be rebuilt while the sources are asked
-    const auto space = StatvfsTimed(drive.mountPoint, sizeLimitMs_);
+    const auto space = spaceOf(drive);
     if (!space) return false; // an unreachable drive is not ready
     const VolumeId id = IdentifyVolume(drive);
     CopyCut(volumeName, id.label);
@@ -155,6 +181,8 @@ bool LinuxVolumes::SetVolumeLabelA(const std::string& root, const std::string& l
 }
 
 std::uint32_t LinuxVolumes::GetFileAttributesA(const std::string& path) {
+    const DriveRecord* d = map_.DriveOf(path);
+    if (d == nullptr || !answers(DriveRecord(*d))) return platform::kInvalidFileAttributes;
     const auto native = map_.ToNative(path);
     struct stat st {};
     if (!native || ::stat(native->c_str(), &st) != 0) return platform::kInvalidFileAttributes;
@@ -167,6 +195,8 @@ platform::Handle LinuxVolumes::FindFirstFileA(const std::string& pattern, platfo
     if (cut == std::string::npos || cut + 1 >= pattern.size()) return platform::kInvalidHandleValue;
     const std::string folder = pattern.substr(0, cut + 1);
     const std::string namePattern = pattern.substr(cut + 1);
+    const DriveRecord* d = map_.DriveOf(folder);
+    if (d == nullptr || !answers(DriveRecord(*d))) return platform::kInvalidHandleValue;
     const auto native = map_.ToNative(folder);
     if (!native) return platform::kInvalidHandleValue;
     const bool root = folder.size() <= 3;
@@ -212,10 +242,30 @@ bool LinuxVolumes::DeleteFileA(const std::string& path) {
 
 bool LinuxVolumes::MoveFileExA(const std::string& existing, const std::string& replacement, std::uint32_t flags) {
     const auto from = map_.ToNative(existing);
-    const auto to = map_.ToNative(replacement);
+    auto to = map_.ToNative(replacement);
     if (!from || !to) return false;
     struct stat st {};
     if (::stat(from->c_str(), &st) != 0 || S_ISDIR(st.st_mode)) return false;
+    // A file that is replaced keeps what the user gave it: a link is
+    // followed to its file, the permissions stay, and a read-only file is
+    // not replaced at all (as on Windows).
+    struct stat old {};
+    const bool replacing = (flags & platform::kMoveFileReplaceExisting) != 0 && ::lstat(to->c_str(), &old) == 0;
+    if (replacing && S_ISLNK(old.st_mode)) {
+        const std::string target = RealPath(*to);
+        if (target.empty() || ::stat(target.c_str(), &old) != 0) return false; // a link to nothing is not replaced
+        to = target;
+    }
+    if (replacing) {
+        if (S_ISDIR(old.st_mode) || (old.st_mode & 0222) == 0) {
+            errno = EACCES;
+            return false;
+        }
+        if (::chmod(from->c_str(), old.st_mode & 07777) != 0) return false;
+        if (::geteuid() == 0 && (st.st_uid != old.st_uid || st.st_gid != old.st_gid) &&
+            ::chown(from->c_str(), old.st_uid, old.st_gid) != 0)
+            return false;
+    }
     if ((flags & platform::kMoveFileWriteThrough) != 0) {
         UniqueFd fd(::open(from->c_str(), O_RDONLY | O_CLOEXEC));
         if (fd) ::fsync(fd.get());
@@ -223,6 +273,8 @@ bool LinuxVolumes::MoveFileExA(const std::string& existing, const std::string& r
     int r;
     if ((flags & platform::kMoveFileReplaceExisting) != 0) {
         r = ::rename(from->c_str(), to->c_str());
+        // A link's file may live on another file system: copied beside it, then put in its place.
+        if (r != 0 && errno == EXDEV) r = CopyInPlace(*from, *to) ? 0 : -1;
     } else {
         r = ::renameat2(AT_FDCWD, from->c_str(), AT_FDCWD, to->c_str(), RENAME_NOREPLACE);
         if (r != 0 && (errno == EINVAL || errno == ENOSYS)) {
@@ -242,9 +294,18 @@ std::string LinuxVolumes::Dir(const std::string& pathname, std::uint32_t attribu
     const DriveRecord* d = map_.DriveOf(pathname);
     if (d == nullptr || !d->Ready()) return {};
     if ((attributes & platform::kAttrVolume) != 0) return labelOf(*d);
+    const DriveRecord drive = *d;
     std::string pattern = pathname;
     if (!pattern.empty() && (pattern.back() == '\\' || pattern.back() == ':')) pattern += "*.*";
-    return portable::FirstDirMatch(*this, pattern, attributes);
+    // The search finds programs to start (the sibling tools): with root's
+    // rights, a file is found only where no one but root could have put it.
+    const bool root = ::geteuid() == 0;
+    if (root && !TrustedDrive(drive)) return {};
+    const std::string found = portable::FirstDirMatch(*this, pattern, attributes);
+    if (found.empty() || !root) return found;
+    const auto folder = map_.ToNative(pattern.substr(0, pattern.find_last_of('\\') + 1));
+    if (!folder) return {};
+    return RootsAlone((*folder == "/" ? std::string() : *folder) + "/" + found) ? found : std::string();
 }
 
 platform::ScriptingDrive LinuxVolumes::describe(const DriveRecord& d) {

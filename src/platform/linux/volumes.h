@@ -1,6 +1,7 @@
 #pragma once
 // Drives, volumes and files on Linux, through the letter map: the kernel32
 // drive and file operations and the scripting object's drive objects.
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "platform/linux/letter_map.h"
+#include "platform/linux/space.h"
 #include "platform/scripting.h"
 #include "platform/volumes.h"
 
@@ -17,8 +19,9 @@ class LinuxVolumes : public platform::Volumes, public platform::FileSystemObject
 public:
     explicit LinuxVolumes(LetterMap& map) : map_(map) {}
 
-    // How long a size query may take before the drive counts as unreachable
-    // (a hung network mount).
+    // How long a size query of a drive that may not answer (a network share,
+    // a FUSE file system) may take before the drive counts as unreachable;
+    // such a drive is asked again after a few seconds, not at every question.
     void SetSizeTimeLimit(std::uint32_t milliseconds) { sizeLimitMs_ = milliseconds; }
     // Why the last label change failed, for the command-line tool.
     const std::string& LastLabelError() const { return labelError_; }
@@ -47,20 +50,21 @@ public:
 private:
     platform::ScriptingDrive describe(const DriveRecord& d);
     std::string labelOf(const DriveRecord& d);
+    // The drive's size; for a drive that may not answer, asked apart and kept briefly.
+    std::optional<SpaceInfo> spaceOf(const DriveRecord& d);
+    // Whether the drive's files may be looked at without waiting on a server that does not answer.
+    bool answers(const DriveRecord& d);
 
     LetterMap& map_;
     std::uint32_t sizeLimitMs_ = 3000;
     std::string labelError_;
+    struct Probe {
+        std::chrono::steady_clock::time_point at;
+        std::optional<SpaceInfo> answer;
+    };
+    std::map<std::string, Probe> probes_; // mount point -> the last answer of a drive that may not answer
     std::map<platform::Handle, std::pair<std::vector<platform::FindData>, std::size_t>> searches_;
     platform::Handle nextSearch_ = 0x500;
 };
-
-// statvfs on a thread, given up after the time limit (the thread is left to
-// finish on its own). Nothing on failure or timeout.
-struct SpaceInfo {
-    std::uint64_t total = 0, free = 0, available = 0;
-    std::uint32_t nameMax = 255;
-};
-std::optional<SpaceInfo> StatvfsTimed(const std::string& path, std::uint32_t milliseconds);
 
 } // namespace linuxbk
