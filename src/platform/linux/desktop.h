@@ -4,6 +4,7 @@
 // title), the application service, the shell stand-in (the desktop's opener,
 // trash:///, notification-area records, shell items with names and paths),
 // and a console window system for the window-less tool.
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -22,8 +23,18 @@ namespace linuxbk {
 
 // One listening socket per user, class and title ("\0kestrine.<uid>.<class>.<title>",
 // an abstract name, gone with the process).
+// The previous-instance channel: a Unix socket named after the hidden
+// window's class and title, in a folder only this user can enter
+// ($XDG_RUNTIME_DIR/kestrine, else /tmp/kestrine-<uid> made private), so no
+// other user can take the name or send requests. Requests are read without
+// ever waiting: a client that connects and sends nothing is dropped after a
+// short while, and cannot hold the window up.
 class InstanceChannel {
 public:
+    InstanceChannel();
+    ~InstanceChannel();
+    InstanceChannel(const InstanceChannel&) = delete;
+    InstanceChannel& operator=(const InstanceChannel&) = delete;
     // True when this process now holds the name (no other instance does).
     bool Claim(const std::string& className, const std::string& title);
     bool Claimed() const { return static_cast<bool>(listener_); }
@@ -31,14 +42,25 @@ public:
     static bool Reachable(const std::string& className, const std::string& title);
     // Sends one request line ("restore", "raise") to the holder of the name.
     static bool Send(const std::string& className, const std::string& title, const std::string& request);
-    // The listening descriptor (POLLIN: requests wait) and the requests waiting.
-    int Fd() const { return listener_.get(); }
+    // The descriptor to wait on (POLLIN: a request or a connection waits) and
+    // the requests that are complete now.
+    int Fd() const { return ready_.get(); }
     std::vector<std::string> Requests();
 
+    // The private folder the socket lives in; "" when none could be had.
+    static std::string Folder();
+
 private:
-    static std::string Name(const std::string& className, const std::string& title);
+    struct Client {
+        UniqueFd fd;
+        std::string text;
+        std::chrono::steady_clock::time_point since;
+    };
+    static std::string Path(const std::string& className, const std::string& title);
     UniqueFd listener_;
-    std::string className_, title_;
+    UniqueFd ready_; // epoll: the listener and the clients
+    std::vector<Client> clients_;
+    std::string className_, title_, path_;
 };
 
 class LinuxApplication : public platform::Application {
