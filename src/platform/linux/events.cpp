@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <libudev.h>
+#include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -79,10 +80,13 @@ EventSources::EventSources(LetterMap& map, Options options) : map_(map), options
         }
     }
     mounts_.reset(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
-    if (mounts_) {
+    tablesRead_.reset(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
+    stop_.reset(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
+    if (mounts_ && tablesRead_ && stop_) {
         char chunk[4096];
         while (::read(mounts_.get(), chunk, sizeof chunk) > 0) {
         }
+        reader_ = std::thread([this] { readTables(); });
     }
     if (options_.watchFiles) inotify_.reset(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     known_ = map_.Drives();
@@ -92,6 +96,11 @@ EventSources::EventSources(LetterMap& map, Options options) : map_(map), options
 }
 
 EventSources::~EventSources() {
+    if (reader_.joinable()) {
+        const std::uint64_t one = 1;
+        [[maybe_unused]] const ssize_t put = ::write(stop_.get(), &one, sizeof one);
+        reader_.join();
+    }
     if (monitor_ != nullptr) udev_monitor_unref(monitor_);
     if (udev_ != nullptr) udev_unref(udev_);
 }
@@ -99,7 +108,7 @@ EventSources::~EventSources() {
 std::vector<pollfd> EventSources::PollFds() const {
     std::vector<pollfd> fds;
     if (monitor_ != nullptr) fds.push_back({udev_monitor_get_fd(monitor_), POLLIN, 0});
-    if (mounts_) fds.push_back({mounts_.get(), POLLPRI, 0});
+    if (reader_.joinable()) fds.push_back({tablesRead_.get(), POLLIN, 0});
     if (inotify_) fds.push_back({inotify_.get(), POLLIN, 0});
     return fds;
 }
@@ -110,22 +119,48 @@ std::vector<SystemEvent> EventSources::Wait(int timeoutMs) {
     return Read();
 }
 
+void EventSources::readTables() {
+    for (;;) {
+        pollfd fds[2] = {{mounts_.get(), POLLPRI, 0}, {stop_.get(), POLLIN, 0}};
+        if (::poll(fds, 2, -1) < 0) {
+            if (errno == EINTR) continue;
+            return;
+        }
+        if ((fds[1].revents & POLLIN) != 0) return;
+        if ((fds[0].revents & (POLLPRI | POLLERR)) == 0) continue;
+        std::string text;
+        char chunk[16384];
+        ::lseek(mounts_.get(), 0, SEEK_SET);
+        for (;;) {
+            const ssize_t got = ::read(mounts_.get(), chunk, sizeof chunk);
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) break;
+            text.append(chunk, static_cast<std::size_t>(got));
+        }
+        {
+            const std::lock_guard<std::mutex> hold(tablesLock_);
+            tables_.push_back(std::move(text));
+        }
+        const std::uint64_t one = 1;
+        [[maybe_unused]] const ssize_t put = ::write(tablesRead_.get(), &one, sizeof one);
+    }
+}
+
 std::vector<SystemEvent> EventSources::Read() {
     std::vector<SystemEvent> out;
-    bool mountsChanged = false;
-    if (mounts_) {
-        pollfd p{mounts_.get(), POLLPRI, 0};
-        if (::poll(&p, 1, 0) > 0 && (p.revents & (POLLPRI | POLLERR)) != 0) {
-            mountsChanged = true;
-            ::lseek(mounts_.get(), 0, SEEK_SET);
-            char chunk[4096];
-            while (::read(mounts_.get(), chunk, sizeof chunk) > 0) {
-            }
-        }
+    std::deque<std::string> tables;
+    if (reader_.joinable()) {
+        std::uint64_t count = 0;
+        [[maybe_unused]] const ssize_t got = ::read(tablesRead_.get(), &count, sizeof count);
+        const std::lock_guard<std::mutex> hold(tablesLock_);
+        tables.swap(tables_);
     }
     const bool devices = readUdev(out);
     readInotify(out);
-    readMounts(out, mountsChanged || devices);
+    // Every copy of the table in turn, so nothing that came and went between two looks is lost.
+    for (const auto& text : tables)
+        readMounts(out, false, std::make_shared<const std::vector<MountEntry>>(ParseMountInfo(text)));
+    if (tables.empty() || devices) readMounts(out, devices);
     return out;
 }
 
@@ -166,9 +201,14 @@ bool EventSources::readUdev(std::vector<SystemEvent>& out) {
     return any;
 }
 
-void EventSources::readMounts(std::vector<SystemEvent>& out, bool force) {
-    if (force) map_.Refresh();
+void EventSources::readMounts(std::vector<SystemEvent>& out, bool force,
+                              const std::shared_ptr<const std::vector<MountEntry>>& table) {
+    if (table)
+        map_.Pin(*table);
+    else if (force)
+        map_.Refresh();
     const std::vector<DriveRecord> now = map_.Drives();
+    if (table) map_.Unpin();
     auto find = [](const std::vector<DriveRecord>& in, const DriveRecord& d) -> const DriveRecord* {
         for (const auto& x : in)
             if (x.letter == d.letter && x.key == d.key) return &x;
@@ -201,9 +241,11 @@ void EventSources::readMounts(std::vector<SystemEvent>& out, bool force) {
     for (const auto& d : now)
         if (d.Ready() && d.block && labels_.find(d.devNode) == labels_.end())
             labels_[d.devNode] = labelOf(d.major, d.minor);
+    const std::size_t first = out.size();
     if (removed) out.push_back({Kind::DeviceRemoved, "", "", 0, "mount table"});
     if (arrived) out.push_back({Kind::DeviceArrived, "", "", 0, "mount table"});
     out.insert(out.end(), drives.begin(), drives.end());
+    for (std::size_t i = first; i < out.size(); ++i) out[i].table = table;
     const bool changed = removed || arrived || now.size() != known_.size() ||
                          !std::equal(now.begin(), now.end(), known_.begin(), known_.end(),
                                      [](const DriveRecord& a, const DriveRecord& b) {

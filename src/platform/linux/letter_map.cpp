@@ -56,7 +56,23 @@ void LetterMap::readTable() {
     Build(ParseMountInfo(lastText_));
 }
 
+void LetterMap::Pin(const std::vector<MountEntry>& mounts) {
+    pins_.push_back(mounts);
+    Build(mounts);
+}
+
+void LetterMap::Unpin() {
+    if (pins_.empty()) return;
+    pins_.pop_back();
+    if (!pins_.empty()) {
+        Build(pins_.back());
+    } else {
+        Build(ParseMountInfo(lastText_)); // the table last read; Sync reads a newer one when there is one
+    }
+}
+
 void LetterMap::Sync() {
+    if (!pins_.empty()) return;
     if (proc_ && watch_) {
         pollfd p{watch_.get(), POLLPRI, 0};
         if (::poll(&p, 1, 0) > 0 && (p.revents & (POLLPRI | POLLERR)) != 0) readTable();
@@ -71,7 +87,9 @@ void LetterMap::Sync() {
     }
 }
 
-void LetterMap::Refresh() { readTable(); }
+void LetterMap::Refresh() {
+    if (pins_.empty()) readTable();
+}
 
 void LetterMap::Build(const std::vector<MountEntry>& mounts) {
     mounts_ = mounts;

@@ -46,6 +46,10 @@ public:
     void Refresh();
     // Builds the map from a mount table (tests feed fixtures through here).
     void Build(const std::vector<MountEntry>& mounts);
+    // Holds the map at a table from the past (an event's) until Unpin: no
+    // re-reading meanwhile. Pins nest.
+    void Pin(const std::vector<MountEntry>& mounts);
+    void Unpin();
 
     const std::vector<DriveRecord>& Drives(); // in letter order, after Sync()
     const DriveRecord* Find(char letter);     // any case; nullptr when there is no such drive
@@ -73,6 +77,7 @@ private:
     std::vector<DriveRecord> drives_;
     std::vector<std::pair<std::string, char>> kept_; // key -> letter of the last build
     std::uint64_t generation_ = 0;
+    std::vector<std::vector<MountEntry>> pins_; // the tables pinned, innermost last
 };
 
 // Mounts that are part of the system's start-up (the EFI partition, images

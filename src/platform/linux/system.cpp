@@ -50,6 +50,13 @@ std::uint32_t System::ShellEventCode(SystemEvent::Kind kind) {
 }
 
 void System::Deliver(platform::WindowHandle window, const SystemEvent& event) {
+    // The drives as they were when the event happened, while it is delivered.
+    if (event.table) map_.Pin(*event.table);
+    deliver(window, event);
+    if (event.table) map_.Unpin();
+}
+
+void System::deliver(platform::WindowHandle window, const SystemEvent& event) {
     using Kind = SystemEvent::Kind;
     if (event.kind == Kind::DeviceArrived) {
         console_.Deliver(window, platform::kWmDeviceChange, platform::kDbtDeviceArrival, 0);

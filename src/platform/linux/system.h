@@ -54,6 +54,8 @@ public:
     ProfileFiles& Profile() { return profile_; }
 
 private:
+    void deliver(platform::WindowHandle window, const SystemEvent& event);
+
     LetterMap map_;
     LinuxVolumes volumes_{map_};
     LinuxDevices devices_{map_};
