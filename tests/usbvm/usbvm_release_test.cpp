@@ -291,7 +291,8 @@ TEST_F(UsbLvm, ALogicalVolumeOnAStickIsAUsbDrive) {
 
 // A system whose root is the logical volume (as one started from the stick
 // is): in a mount namespace of its own, the volume is / and the stick's
-// first partition /boot. Releasing /boot must be refused, since powering
+// first partition /boot (the build's own folder is bound in wherever the
+// checkout lives). Releasing /boot must be refused, since powering
 // the stick off would take the root away, and nothing may be unmounted.
 TEST_F(UsbLvm, ItIsTheSystemDriveWhereItHoldsTheRoot) {
     const std::string script = R"sh(
@@ -301,7 +302,11 @@ mount /dev/kvg/klv $r
 for d in bin sbin lib lib64; do
     if [ -L /$d ]; then ln -sfn "$(readlink /$d)" $r/$d; elif [ -d /$d ]; then mkdir -p $r/$d && mount --rbind /$d $r/$d; fi
 done
-for d in usr etc proc sys dev run tmp root work; do mkdir -p $r/$d && mount --rbind /$d $r/$d; done
+top=$(echo "$CTL" | cut -d/ -f2)
+for d in usr etc proc sys dev run tmp root $top; do
+    [ -d $r/$d ] && mountpoint -q $r/$d && continue
+    mkdir -p $r/$d && mount --rbind /$d $r/$d
+done
 mkdir -p $r/boot
 mount "$BOOT" $r/boot
 chroot $r "$CTL" release /boot --json >/tmp/usbvm-release.json
