@@ -202,6 +202,49 @@ TEST(LinuxFaults, SettingsKeepTheirPermissionsTheirLinkAndARefusalToBeWritten) {
     EXPECT_FALSE(fs::exists(dir + "/readonly.ini.new"));
 }
 
+// Installed where its user cannot write (as a package puts it), the program
+// keeps Kestrine.ini in the user's configuration folder and reads it from
+// there; where its own folder can be written, the file stays beside it.
+TEST(LinuxFaults, SettingsLiveInTheConfigurationFolderWhenTheProgramsFolderIsNotWritable) {
+    KESTRINE_REQUIRE_ROOT();
+    const std::string exe = fs::read_symlink("/proc/self/exe").string();
+    const std::string folder = exe.substr(0, exe.rfind('/'));
+    std::string windowsFolder = "C:" + folder;
+    for (char& c : windowsFolder)
+        if (c == '/') c = '\\';
+    const std::string ini = windowsFolder + "\\Kestrine.ini";
+    System::Options o;
+    o.events = false;
+    // Root can write the build's folder: the designed place.
+    EXPECT_EQ(System(o).Map().ToNative(ini), folder + "/Kestrine.ini");
+
+    TempFolder home;
+    ASSERT_FALSE(home.Path().empty());
+    ASSERT_EQ(::chown(home.Path().c_str(), 65534, 65534), 0);
+    const std::string config = home.Path() + "/config";
+    ::setenv("XDG_CONFIG_HOME", config.c_str(), 1);
+    const int code = InChild(
+        [&] {
+            if (::access(folder.c_str(), W_OK) == 0) return false; // the test needs a folder others cannot write
+            {
+                System sys(o);
+                if (sys.Map().ToNative(ini) != config + "/kestrine/Kestrine.ini") return false;
+                sys.Profile().WritePrivateProfileStringA("Settings", "cmbSize", "2", ini + ".new");
+                if (!sys.Volumes().MoveFileExA(ini + ".new", ini, platform::kMoveFileReplaceExisting)) return false;
+            }
+            // The next start reads it from there.
+            System again(o);
+            std::vector<char> buffer(256);
+            const auto n = again.Profile().GetPrivateProfileSectionA("Settings", buffer, ini);
+            return std::string(buffer.data(), n).find("cmbSize=2") != std::string::npos;
+        },
+        65534);
+    ::unsetenv("XDG_CONFIG_HOME");
+    EXPECT_EQ(code, 0);
+    EXPECT_NE(Slurp(config + "/kestrine/Kestrine.ini").find("cmbSize=2"), std::string::npos);
+    EXPECT_FALSE(fs::exists(folder + "/Kestrine.ini.new"));
+}
+
 // With root's rights, the search for the sibling tools finds a program
 // only where no one but root could have put it.
 TEST(LinuxFaults, AsRootASiblingToolIsFoundOnlyWhereNoOneElseCouldHavePutIt) {

@@ -16,6 +16,7 @@
 #include "drives/modGetDriveType.h"
 #include "linux_test_support.h"
 #include "platform/fake/headless_view.h"
+#include "platform/linux/flush.h"
 #include "platform/linux/system.h"
 #include "release/modLockFileInfo.h"
 
@@ -326,6 +327,41 @@ TEST(LinuxLoopDrives, EjectWithoutUdisksIsRefusedWhileBusyAndDetachesWhenFree) {
     }
     EXPECT_TRUE(detached) << "the loop device is detached";
     a->mountPoint.clear();
+}
+
+// Before a release, what the system still keeps in memory for the drive is
+// written out, with progress from the system's own counters: the data
+// written to a fresh file reaches the device, and the last report says so.
+TEST(LinuxLoopDrives, CachedDataIsWrittenOutWithItsProgress) {
+    KESTRINE_REQUIRE_LOOP_DEVICES();
+    LoopDrives loops;
+    auto* a = loops.Add("FLUSH ME", true, 64);
+    ASSERT_TRUE(a);
+    System sys(Quiet());
+    const DriveRecord* d = DriveAt(sys, a->mountPoint);
+    ASSERT_NE(d, nullptr);
+    const std::string root = d->Root();
+
+    // Eight megabytes that nothing has written out yet.
+    std::vector<char> block(1 << 20);
+    for (std::size_t i = 0; i < block.size(); ++i) block[i] = static_cast<char>(i * 7919 % 251);
+    const int fd = ::open((a->mountPoint + "/data").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+    ASSERT_GE(fd, 0);
+    for (int i = 0; i < 8; ++i) ASSERT_EQ(::write(fd, block.data(), block.size()), static_cast<ssize_t>(block.size()));
+    ::close(fd);
+
+    std::vector<linuxbk::FlushProgress> seen;
+    EXPECT_TRUE(linuxbk::FlushDevice(sys.Map(), root, [&](const linuxbk::FlushProgress& p) { seen.push_back(p); }));
+    ASSERT_FALSE(seen.empty());
+    EXPECT_TRUE(seen.back().done);
+    EXPECT_EQ(std::count_if(seen.begin(), seen.end(), [](const auto& p) { return p.done; }), 1);
+    EXPECT_GE(seen.back().bytesWritten, 8u << 20) << "the device's own count of what it wrote";
+    if (!seen.back().systemWide) {
+        EXPECT_EQ(seen.back().bytesLeft, 0u);
+    }
+
+    // A drive with no device to write to.
+    EXPECT_FALSE(linuxbk::FlushDevice(sys.Map(), "Q:\\", {}));
 }
 
 TEST(LinuxLoopDrives, TheSystemDriveIsNeverEjected) {

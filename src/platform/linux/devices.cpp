@@ -263,7 +263,7 @@ std::uint32_t LinuxDevices::CM_Request_Device_EjectW(platform::DevInst device, s
         return platform::kCrNoSuchDevnode;
     }
     lastEject_ = Eject(covered);
-    notice_.clear();
+    notice_ = {};
     if (lastEject_.veto == Veto::None) return platform::kCrSuccess;
     // Asked without a buffer for the veto's name, the system tells the user itself.
     if (vetoName.empty()) notice_ = NoticeOf(lastEject_);

@@ -42,9 +42,14 @@ struct EjectReport {
     int powerOffs = 0;                          // the device powered off (once, whatever it carries)
 };
 
-// The sentence the system shows the user about a refused eject request:
-// why, and who holds the device.
-std::string NoticeOf(const EjectReport& report);
+// What the system tells the user about a refused eject request: why, in a
+// sentence, and in detail who holds the device, a line each.
+struct Notice {
+    std::string reason;
+    std::string details;
+    bool empty() const { return reason.empty(); }
+};
+Notice NoticeOf(const EjectReport& report);
 
 class LinuxDevices : public platform::Storage, public platform::Devices, public platform::Management {
 public:
@@ -54,9 +59,9 @@ public:
     void UseUdisks(bool use) { useUdisks_ = use; }
     const EjectReport& LastEject() const { return lastEject_; }
     // What the system tells the user about the last refused eject request
-    // that asked it to (one made without a veto-name buffer), once: "" when
-    // there is nothing to tell.
-    std::string TakeNotice() { return std::exchange(notice_, {}); }
+    // that asked it to (one made without a veto-name buffer), once; empty
+    // when there is nothing to tell.
+    Notice TakeNotice() { return std::exchange(notice_, {}); }
     // The device instance standing for a sysfs folder (a disk, a USB device).
     platform::DevInst InstanceOf(const std::string& sysfsPath);
     std::string PathOf(platform::DevInst device) const;
@@ -115,7 +120,7 @@ private:
     LetterMap& map_;
     bool useUdisks_ = true;
     EjectReport lastEject_;
-    std::string notice_;
+    Notice notice_;
     std::map<platform::Handle, Open> handles_;
     platform::Handle nextHandle_ = 0x40000;
     std::map<platform::DevInfoSet, std::vector<Interface>> sets_;

@@ -72,10 +72,11 @@ void Flush(const std::string& devNode) {
 
 } // namespace
 
-std::string NoticeOf(const EjectReport& r) {
+Notice NoticeOf(const EjectReport& r) {
     const std::string& t = r.text;
     const std::string detail = t.substr(t.find(": ") == std::string::npos ? 0 : t.find(": ") + 2);
-    std::string notice;
+    Notice n;
+    std::string& notice = n.reason;
     switch (r.veto) {
     case Veto::None:
         return {};
@@ -97,8 +98,8 @@ std::string NoticeOf(const EjectReport& r) {
         break;
     }
     for (const auto& h : r.holders)
-        notice += "\n" + h.name + " [" + std::to_string(h.pid) + "] holds " + h.what + " " + h.path;
-    return notice;
+        n.details += h.name + " [" + std::to_string(h.pid) + "] holds " + h.what + " " + h.path + "\n";
+    return n;
 }
 
 EjectReport LinuxDevices::Eject(const std::vector<DiskInfo>& targets) {

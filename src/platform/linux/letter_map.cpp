@@ -229,7 +229,24 @@ const DriveRecord* LetterMap::DriveOf(const std::string& windowsPath) {
     return Find(windowsPath[0]);
 }
 
+void LetterMap::Redirect(std::string nativeFolder, std::string toFolder, std::vector<std::string> names) {
+    redirect_ = Redirection{std::move(nativeFolder), std::move(toFolder), std::move(names)};
+}
+
 std::optional<std::string> LetterMap::ToNative(const std::string& windowsPath) {
+    auto native = toNative(windowsPath);
+    if (native && redirect_) {
+        const auto slash = native->rfind('/');
+        const std::string folder = slash == 0 ? std::string("/") : native->substr(0, slash);
+        const std::string name = native->substr(slash + 1);
+        if (folder == redirect_->from &&
+            std::find(redirect_->names.begin(), redirect_->names.end(), name) != redirect_->names.end())
+            return redirect_->to + "/" + name;
+    }
+    return native;
+}
+
+std::optional<std::string> LetterMap::toNative(const std::string& windowsPath) {
     const DriveRecord* d = DriveOf(windowsPath);
     if (d == nullptr || !d->Ready()) return std::nullopt;
     std::string rest = windowsPath.size() > 2 ? windowsPath.substr(2) : std::string();

@@ -62,12 +62,16 @@ public:
     // "E:\dir\f.txt" -> "/media/stick/dir/f.txt"; nothing when the letter is
     // unknown or its drive has nothing mounted.
     std::optional<std::string> ToNative(const std::string& windowsPath);
+    // Files of one folder that live in another: the named files in
+    // nativeFolder are taken from toFolder by ToNative.
+    void Redirect(std::string nativeFolder, std::string toFolder, std::vector<std::string> names);
     // "/media/stick/dir/f.txt" -> "E:\dir\f.txt" through the deepest drive
     // that holds the path; nothing when no drive does.
     std::optional<std::string> ToWindows(const std::string& nativePath);
 
 private:
     void readTable();
+    std::optional<std::string> toNative(const std::string& windowsPath);
     Sysfs sysfs_;
     std::string mountInfoPath_;
     UniqueFd watch_; // the mount table, polled for POLLPRI on /proc
@@ -78,6 +82,11 @@ private:
     std::vector<std::pair<std::string, char>> kept_; // key -> letter of the last build
     std::uint64_t generation_ = 0;
     std::vector<std::vector<MountEntry>> pins_; // the tables pinned, innermost last
+    struct Redirection {
+        std::string from, to;
+        std::vector<std::string> names;
+    };
+    std::optional<Redirection> redirect_;
 };
 
 // Mounts that are part of the system's start-up (the EFI partition, images

@@ -2,6 +2,13 @@
 
 #include "platform/window_system.h"
 
+#include <cstdlib>
+#include <filesystem>
+
+#include <unistd.h>
+
+#include "platform/linux/udisks.h"
+
 namespace linuxbk {
 
 System::System(Options options)
@@ -12,6 +19,32 @@ System::System(Options options)
       events_(options.events ? std::make_unique<EventSources>(map_) : nullptr),
       console_(map_, channel_, events_.get()) {
     devices_.UseUdisks(options.useUdisks);
+    UDisks::AllowInteraction(options.interactiveAuthorisation);
+    keepSettingsWhereWritable();
+}
+
+void System::keepSettingsWhereWritable() {
+    // The settings live beside the program. Installed where the user cannot
+    // write (as a package puts it), they live in the user's configuration
+    // folder instead, and are read from there too.
+    std::string exe = ReadLink("/proc/self/exe");
+    const auto slash = exe.rfind('/');
+    if (slash == std::string::npos) return;
+    const std::string folder = slash == 0 ? std::string("/") : exe.substr(0, slash);
+    if (::access(folder.c_str(), W_OK) == 0) return;
+    std::string config;
+    if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg != nullptr && xdg[0] == '/') {
+        config = xdg;
+    } else if (const char* home = std::getenv("HOME"); home != nullptr && home[0] == '/') {
+        config = std::string(home) + "/.config";
+    } else {
+        return;
+    }
+    config += "/kestrine";
+    std::error_code ec;
+    std::filesystem::create_directories(config, ec);
+    if (!IsDirectory(config)) return;
+    map_.Redirect(folder, config, {"Kestrine.ini", "Kestrine.ini.new"});
 }
 
 platform::Services System::Services(platform::WindowSystem* windows) {

@@ -24,6 +24,9 @@ public:
         std::string title = "Kestrine";
         bool events = true;    // watch devices, the mount table and removable drives
         bool useUdisks = true; // else only the direct way of unmounting and powering off
+        // Whether an action that needs authorisation may ask the user
+        // through the session's authentication agent (the window does).
+        bool interactiveAuthorisation = false;
     };
     System() : System(Options{}) {}
     explicit System(Options options);
@@ -54,6 +57,7 @@ public:
     ProfileFiles& Profile() { return profile_; }
 
 private:
+    void keepSettingsWhereWritable();
     void deliver(platform::WindowHandle window, const SystemEvent& event);
 
     LetterMap map_;

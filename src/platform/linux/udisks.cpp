@@ -10,7 +10,8 @@ namespace linuxbk {
 namespace {
 
 constexpr const char* kService = "org.freedesktop.UDisks2";
-constexpr std::uint64_t kActionTimeoutUs = 60'000'000;
+bool gInteraction = false;
+constexpr std::uint64_t kActionTimeoutUs = 120'000'000; // room for a password to be typed
 
 struct BusDeleter {
     void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
@@ -60,7 +61,9 @@ BusResult CallWithOptions(sd_bus* bus, const std::string& path, const char* inte
     Message m(raw);
     if (r >= 0) r = sd_bus_message_set_auto_start(m.get(), 0);
     if (r >= 0 && text != nullptr) r = sd_bus_message_append(m.get(), "s", text->c_str());
-    if (r >= 0) r = sd_bus_message_append(m.get(), "a{sv}", 1, "auth.no_user_interaction", "b", 1);
+    if (r >= 0) r = sd_bus_message_append(m.get(), "a{sv}", 1, "auth.no_user_interaction", "b", gInteraction ? 0 : 1);
+    // The user may take a while to answer the authentication agent.
+    if (r >= 0 && gInteraction) r = sd_bus_message_set_allow_interactive_authorization(m.get(), 1);
     Error error;
     sd_bus_message* reply = nullptr;
     if (r >= 0) r = sd_bus_call(bus, m.get(), kActionTimeoutUs, &error.e, &reply);
@@ -139,6 +142,8 @@ const char* VetoName(Veto veto) {
     }
     return "failed";
 }
+
+void UDisks::AllowInteraction(bool allow) { gInteraction = allow; }
 
 bool UDisks::Available() {
     const Bus bus = Open();

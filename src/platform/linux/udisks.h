@@ -1,8 +1,9 @@
 #pragma once
-// A client of the udisks2 storage daemon on the system bus (sd-bus). Every
+// A client of the udisks2 storage daemon on the system bus (sd-bus). Unless
+// the process allows it (the window, or kestrinectl --interactive), every
 // call passes auth.no_user_interaction, so a missing authorisation is a
-// refusal at once, never a password prompt that hangs the caller. A new
-// connection is opened per operation: the daemon may come and go.
+// refusal at once, never a password prompt nobody sees. A new connection is
+// opened per operation: the daemon may come and go.
 #include <optional>
 #include <string>
 
@@ -22,6 +23,10 @@ struct BusResult {
 
 class UDisks {
 public:
+    // Whether polkit may ask the user (through the session's authentication
+    // agent) when an action needs authorisation; off unless set.
+    static void AllowInteraction(bool allow);
+
     // True when udisks2 owns its name on the system bus now.
     static bool Available();
 
