@@ -253,7 +253,7 @@ TEST_F(CtlLinuxUdisks, ReleasingAHeldUsbDriveIsRefusedByUdisksAndNamesTheHolder)
     const ctl::ReleaseResult released = tool.Release(*root);
     EXPECT_FALSE(own.Open()) << "the release closes this program's own descriptors on the drive";
     EXPECT_EQ(released.code, ctl::kOk) << released.message << " / " << sys.Devices().LastEject().text;
-    EXPECT_EQ(released.message, "Drive " + *root + " has been released.");
+    EXPECT_EQ(released.message, "Drive " + *root + " has been released; it is safe to unplug it now.");
     EXPECT_EQ(requests.targets, std::vector<std::string>{tree.UsbDevice()});
     EXPECT_EQ(sys.Devices().LastEject().method, "udisks2");
     EXPECT_FALSE(RootAt(sys, mountPoint)) << "released, the drive is no longer mounted";

@@ -84,24 +84,42 @@ TEST(CtlArgs, AcceptsEveryCommandWithItsOptions) {
         EXPECT_EQ(p.error, "") << args[0];
         EXPECT_TRUE(p.options.help) << args[0];
     }
-    for (const char* c : {"list", "release", "who", "watch", "serial"})
+    for (const char* c : {"list", "release", "who", "watch", "serial"}) {
         EXPECT_NE(ctl::Usage(c).find(std::string("kestrinectl ") + c), std::string::npos) << c;
+        EXPECT_NE(ctl::Usage(c).find("--json"), std::string::npos) << c;
+    }
+
+    // The version, the columns and headings as lsblk takes them, quiet, and "--".
+    EXPECT_TRUE(ctl::ParseArgs({"--version"}).options.version);
+    p = ctl::ParseArgs({"list", "-o", "root,Label", "-n"});
+    EXPECT_EQ(p.error, "");
+    EXPECT_EQ(p.options.columns, (std::vector<std::string>{"ROOT", "LABEL"}));
+    EXPECT_TRUE(p.options.noHeadings);
+    EXPECT_EQ(ctl::ParseArgs({"list", "--output=FREE"}).options.columns, std::vector<std::string>{"FREE"});
+    p = ctl::ParseArgs({"release", "-q", "--", "-weird-label-mount"});
+    EXPECT_EQ(p.error, "");
+    EXPECT_TRUE(p.options.quiet);
+    EXPECT_EQ(p.options.roots, std::vector<std::string>{"-weird-label-mount"});
 }
 
 TEST(CtlArgs, RejectsBadCommandLinesWithASentence) {
     const std::vector<std::vector<std::string>> bad = {
-        {},                            // no command
-        {"eject", "E:"},               // no such command
-        {"list", "E:"},                // list takes no drive
-        {"list", "--all-usb"},         // an option of another command
-        {"release"},                   // nothing to release
-        {"release", "E:", "--usb"},    // an option of another command
-        {"who"},                       // who needs a drive
-        {"who", "E:", "F:"},           // ... exactly one
-        {"serial", "E:", "--all-usb"}, // an option of another command
-        {"watch", "--usb"},            // an option of another command
-        {"list", "--verbose"},         // no such option
-        {"list", "--machine"},         // the option needs its file
+        {},                             // no command
+        {"eject", "E:"},                // no such command
+        {"list", "E:"},                 // list takes no drive
+        {"list", "--all-usb"},          // an option of another command
+        {"release"},                    // nothing to release
+        {"release", "E:", "--usb"},     // an option of another command
+        {"who"},                        // who needs a drive
+        {"who", "E:", "F:"},            // ... exactly one
+        {"serial", "E:", "--all-usb"},  // an option of another command
+        {"watch", "--usb"},             // an option of another command
+        {"list", "--verbose"},          // no such option
+        {"list", "--machine"},          // the option needs its file
+        {"list", "-o", "ROOT,SIZE"},    // no such column
+        {"list", "-o"},                 // the option needs its columns
+        {"watch", "-n"},                // an option of another command
+        {"who", "E:", "--interactive"}, // an option of another command
     };
     for (const auto& args : bad) {
         const auto p = ctl::ParseArgs(args);
@@ -119,6 +137,78 @@ TEST(CtlTool, RootsAreWrittenAnyWayTheUserWritesThem) {
         EXPECT_EQ(b.tool.Resolve(text), std::nullopt) << text;
     // Without mounted drives no path names a drive.
     EXPECT_EQ(b.tool.Resolve("/media/stick"), std::nullopt);
+    // A label names its drive; a label nobody has names none.
+    EXPECT_EQ(b.tool.Resolve("LABEL=STICK"), "E:\\");
+    EXPECT_EQ(b.tool.Resolve("LABEL=NOBODY"), std::nullopt);
+    EXPECT_EQ(b.tool.Resolve("UUID=1234-ABCD"), std::nullopt); // the simulated machine has no UUIDs
+}
+
+TEST(CtlTool, ColumnsHeadingsQuietAndDrivesByLabelOnTheCommandLine) {
+    Bench b;
+    auto r = b.Run({"list", "-o", "ROOT,LABEL", "-n"});
+    EXPECT_EQ(r.code, ctl::kOk);
+    EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "C:\\  System");
+    EXPECT_EQ(r.out.find("ROOT"), std::string::npos);
+    r = b.Run({"who", "LABEL=NOBODY"});
+    EXPECT_EQ(r.code, ctl::kNotFound) << r.err;
+    EXPECT_EQ(r.err, "kestrinectl: Drive LABEL=NOBODY was not found.\n");
+    r = b.Run({"release", "LABEL=STICK", "-q"});
+    EXPECT_EQ(r.code, ctl::kOk) << r.err;
+    EXPECT_EQ(r.out, "") << "quiet";
+    r = b.Run({"--version"});
+    EXPECT_EQ(r.out, std::string("kestrinectl ") + KESTRINE_VERSION + "\n");
+}
+
+// Before a release the drive's cached data is written out while the user
+// watches: a line kept in place on a terminal, JSON objects with --json, and
+// "safe to unplug" only once the device is off.
+TEST(CtlRelease, CachedDataIsWrittenFirstWithItsProgress) {
+    std::vector<std::string> flushed;
+    int ejectionsAtFlush = -1;
+    // Each run on a fresh machine, as a release takes the drive away.
+    auto run = [&](const std::vector<std::string>& args, bool terminal) {
+        fake::Machine machine;
+        fake::FakeProcesses processes;
+        platform::Services services = Bench::Load(machine, processes);
+        auto flush = [&](const std::string& root, const std::function<void(const ctl::FlushProgress&)>& progress) {
+            flushed.push_back(root);
+            ejectionsAtFlush = static_cast<int>(machine.Calls("CM_Request_Device_EjectW").size());
+            progress({3u << 20, false, 0, false});
+            progress({0, false, 3u << 20, true});
+            return true;
+        };
+        ctl::Tool tool({services, processes, {}, {}, flush, terminal});
+        std::ostringstream out, err;
+        const int code = tool.Run(ctl::ParseArgs(args).options, out, err);
+        return Bench::Outcome{code, out.str(), err.str()};
+    };
+
+    auto r = run({"release", "E:"}, true);
+    EXPECT_EQ(r.code, ctl::kOk) << r.err;
+    EXPECT_EQ(flushed, std::vector<std::string>{"E:\\"});
+    EXPECT_EQ(ejectionsAtFlush, 0) << "written before the ejection";
+    EXPECT_EQ(r.err, "\rE:\\ writing cached data: 3.0 MB left, 0.0 MB written   "
+                     "\rE:\\ writing cached data: 0.0 MB left, 3.0 MB written\n");
+    EXPECT_EQ(r.out, "Drive E:\\ has been released; it is safe to unplug it now.\n");
+
+    // Not on a terminal, or quiet: no progress line.
+    EXPECT_EQ(run({"release", "E:"}, false).err, "");
+    EXPECT_EQ(run({"release", "E:", "-q"}, true).err, "");
+
+    // A refusal writes the data too, and says nothing of safety.
+    r = run({"release", "F:"}, true);
+    EXPECT_EQ(r.code, ctl::kRefused);
+    EXPECT_EQ(r.out.find("safe"), std::string::npos) << r.out;
+
+    r = run({"release", "E:", "--json"}, false);
+    std::istringstream lines(r.err);
+    std::vector<nlohmann::json> progress;
+    for (std::string line; std::getline(lines, line);) progress.push_back(nlohmann::json::parse(line));
+    ASSERT_EQ(progress.size(), 2u) << r.err;
+    EXPECT_EQ(progress[0].at("progress").at("root"), "E:\\");
+    EXPECT_EQ(progress[0].at("progress").at("bytesLeft"), 3u << 20);
+    EXPECT_EQ(progress[1].at("progress").at("done"), true);
+    EXPECT_EQ(nlohmann::json::parse(r.out).at("exitCode"), 0);
 }
 
 TEST(CtlGolden, ListDocuments) {
@@ -194,11 +284,11 @@ TEST(CtlRelease, ExitCodeOfEachOutcome) {
         {{"release", "Z:"}, ctl::kNotUsb, 0, "Drive Z:\\ is not a USB drive."},
         {{"release", "c"}, ctl::kRefused, 0, "Drive C:\\ is the system drive and is never released."},
         {{"release", "Q:"}, ctl::kNotFound, 0, "Drive Q:\\ was not found."},
-        {{"release", "E:x"}, ctl::kBadArguments, 0, "E:x is not a drive root"},
+        {{"release", "E:x"}, ctl::kBadArguments, 0, "E:x is not a drive;"},
         {{"release", "G:", "E:"}, ctl::kNotUsb, 1, "Drive G:\\ is not a USB drive."}, // the first failure counts
         {{"who", "Q"}, ctl::kNotFound, 0, "Drive Q:\\ was not found."},
         {{"serial", "Q"}, ctl::kNotFound, 0, "Drive Q:\\ was not found."},
-        {{"who", "12"}, ctl::kBadArguments, 0, "12 is not a drive root"},
+        {{"who", "12"}, ctl::kBadArguments, 0, "12 is not a drive;"},
         {{"watch"}, ctl::kSystemError, 0, "no device events"},
     };
     for (const auto& c : cases) {

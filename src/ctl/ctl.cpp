@@ -119,6 +119,26 @@ std::string CString(const std::array<char, 261>& b) { return std::string(b.data(
 
 char UpperLetter(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
+std::string Lower(std::string text) {
+    for (char& c : text)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return text;
+}
+
+std::string Upper(std::string text) {
+    for (char& c : text) c = UpperLetter(c);
+    return text;
+}
+
+// A drive named by what it holds (a mount point, a device node, a label or
+// a UUID) rather than by its letter: when it names nothing, the drive is not
+// there, rather than the argument being wrong.
+bool NamedByWhatItHolds(const std::string& text) {
+    return text.starts_with("/") || text.starts_with("LABEL=") || text.starts_with("UUID=");
+}
+
+constexpr const char* kDriveForms = "write a drive as E, E:, E:\\, a mount point, a device node, LABEL=... or UUID=...";
+
 std::string Size(std::uint64_t bytes) {
     char text[32];
     const double b = static_cast<double>(bytes);
@@ -267,6 +287,22 @@ std::vector<DriveRow> Tool::List() {
 
 std::optional<std::string> Tool::Resolve(const std::string& text) {
     std::string t = text;
+    if (t.starts_with("LABEL=")) {
+        // The volume label, as the drive list shows it.
+        const std::string label = t.substr(6);
+        for (const auto& d : state_->services.fso.Drives())
+            if (d.IsReady && d.VolumeName && *d.VolumeName == label && !label.empty()) return d.DriveLetter + ":\\";
+        return std::nullopt;
+    }
+    if (t.starts_with("UUID=")) {
+        const std::string uuid = Lower(t.substr(5));
+        if (!ctx_.uuid || uuid.empty()) return std::nullopt;
+        for (const auto& d : state_->services.fso.Drives()) {
+            const std::string root = d.DriveLetter + ":\\";
+            if (Lower(ctx_.uuid(root)) == uuid) return root;
+        }
+        return std::nullopt;
+    }
     if (!t.empty() && t[0] == '/') {
         // A mount point or device node: the system's place of each letter, no more.
         while (t.size() > 1 && t.back() == '/') t.pop_back();
@@ -309,6 +345,11 @@ ReleaseResult Tool::Release(const std::string& root) {
 ReleaseResult Tool::Eject(const std::string& root) {
     app::Program& prog = state_->form.program();
     ReleaseResult r{root, kOk, {}, {}, {}};
+    // What is still cached for the device is written first, while the user
+    // can watch; the ejection writes anything left again.
+    if (ctx_.flush)
+        ctx_.flush(
+            root, progress_ ? progress_ : [](const FlushProgress&) {});
     if (!release::CloseDriveHandles(prog, vb::Left(root, 2), prog.sys.native.GetCurrentProcessId())) {
         r.code = kSystemError;
         r.message = "Drive " + root + " could not be released: closing this program's open handles on it failed.";
@@ -326,9 +367,11 @@ ReleaseResult Tool::Eject(const std::string& root) {
         r.veto = state_->veto.Last();
         r.holders = ctx_.processes.WhoBlocksRelease(root);
         if (r.veto && r.veto->type == kVetoInsufficientRights) {
-            r.message = "Drive " + root +
-                        " could not be released: authorisation is needed to unmount and power it off (" + r.veto->name +
-                        "); run kestrinectl as root, for example with sudo, or let polkit allow it for your account.";
+            r.message =
+                "Drive " + root + " could not be released: authorisation is needed to unmount and power it off (" +
+                r.veto->name +
+                "); run it again with --interactive to authorise on this terminal, run it as root, or let polkit "
+                "allow it for your account.";
             return r;
         }
         std::vector<std::string> parts;
@@ -349,7 +392,7 @@ ReleaseResult Tool::Eject(const std::string& root) {
         r.message = "Drive " + root + " could not be released: the system refused to eject it" + why + ".";
         return r;
     }
-    r.message = "Drive " + root + " has been released.";
+    r.message = "Drive " + root + " has been released; it is safe to unplug it now.";
     return r;
 }
 
@@ -440,20 +483,77 @@ std::vector<WatchEvent> Tool::Seen(std::uint32_t message, std::uintptr_t wParam)
 
 // --- the command line ---
 
+const std::vector<std::string>& ListColumns() {
+    static const std::vector<std::string> kColumns = {"ROOT",  "LABEL", "KIND", "BUS",   "FS",
+                                                      "TOTAL", "USED",  "FREE", "MOUNT", "DEVICE"};
+    return kColumns;
+}
+
 Parsed ParseArgs(const std::vector<std::string>& args) {
     Parsed p;
     Options& o = p.options;
     static const std::vector<std::string> kCommands = {"list", "release", "who", "watch", "serial", "help"};
+    bool positionalOnly = false;
+    auto columns = [&](const std::string& list) {
+        std::size_t at = 0;
+        while (at <= list.size()) {
+            const std::size_t comma = list.find(',', at);
+            const std::string name =
+                Upper(list.substr(at, comma == std::string::npos ? std::string::npos : comma - at));
+            const auto& known = ListColumns();
+            if (std::find(known.begin(), known.end(), name) == known.end()) {
+                std::string all;
+                for (const auto& k : known) all += (all.empty() ? "" : ",") + k;
+                p.error = "Unknown column \"" + name + "\"; the columns are " + all + ".";
+                return;
+            }
+            o.columns.push_back(name);
+            if (comma == std::string::npos) break;
+            at = comma + 1;
+        }
+    };
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
-        if (a == "--help" || a == "-h") {
+        const bool option = !positionalOnly && a.size() > 1 && a[0] == '-' && a != "-";
+        if (!option) {
+            if (o.command.empty() && !positionalOnly) {
+                if (std::find(kCommands.begin(), kCommands.end(), a) == kCommands.end()) {
+                    p.error = "Unknown command " + a + "; the commands are list, release, who, watch and serial.";
+                } else if (a == "help") {
+                    o.help = true;
+                    o.command = "";
+                    if (i + 1 < args.size()) o.command = args[++i];
+                } else {
+                    o.command = a;
+                }
+            } else {
+                o.roots.push_back(a);
+            }
+        } else if (a == "--") {
+            positionalOnly = true;
+        } else if (a == "--help" || a == "-h") {
             o.help = true;
+        } else if (a == "--version" || a == "-V") {
+            o.version = true;
         } else if (a == "--json") {
             o.json = true;
         } else if (a == "--usb") {
             o.usb = true;
         } else if (a == "--all-usb") {
             o.allUsb = true;
+        } else if (a == "-q" || a == "--quiet") {
+            o.quiet = true;
+        } else if (a == "-n" || a == "--noheadings") {
+            o.noHeadings = true;
+        } else if (a == "--interactive") {
+            o.interactive = true;
+        } else if (a == "-o" || a == "--output") {
+            if (i + 1 < args.size())
+                columns(args[++i]);
+            else
+                p.error = "The option " + a + " needs a list of columns, such as ROOT,LABEL,FREE.";
+        } else if (a.starts_with("--output=") || (a.starts_with("-o") && a.size() > 2)) {
+            columns(a.substr(a[1] == 'o' ? 2 : 9));
         } else if (a == "--machine" || a.starts_with("--machine=")) {
             if (a != "--machine") {
                 o.machine = a.substr(10);
@@ -461,24 +561,12 @@ Parsed ParseArgs(const std::vector<std::string>& args) {
                 o.machine = args[++i];
             }
             if (o.machine.empty()) p.error = "The option --machine needs a machine description file.";
-        } else if (a.size() > 1 && a[0] == '-' && a != "-") {
-            p.error = "Unknown option " + a + ".";
-        } else if (o.command.empty()) {
-            if (std::find(kCommands.begin(), kCommands.end(), a) == kCommands.end()) {
-                p.error = "Unknown command " + a + "; the commands are list, release, who, watch and serial.";
-            } else if (a == "help") {
-                o.help = true;
-                o.command = "";
-            } else {
-                o.command = a;
-            }
-            if (a == "help" && i + 1 < args.size()) o.command = args[++i];
         } else {
-            o.roots.push_back(a);
+            p.error = "Unknown option " + Shown(a) + ".";
         }
         if (!p.error.empty()) return p;
     }
-    if (o.help) return p;
+    if (o.help || o.version) return p;
     auto option = [&](bool set, const char* name, const char* allowed) {
         if (set && p.error.empty())
             p.error = std::string("The option ") + name + " belongs to " + allowed + ", not to " + o.command + ".";
@@ -487,56 +575,77 @@ Parsed ParseArgs(const std::vector<std::string>& args) {
         p.error = "No command given; the commands are list, release, who, watch and serial.";
     } else if (o.command == "list" || o.command == "watch") {
         if (!o.roots.empty())
-            p.error = "The command " + o.command + " takes no drive, but " + o.roots[0] + " was given.";
+            p.error = "The command " + o.command + " takes no drive, but " + Shown(o.roots[0]) + " was given.";
         option(o.usb && o.command == "watch", "--usb", "list");
         option(o.allUsb, "--all-usb", "release");
+        option(o.interactive, "--interactive", "release");
+        option(!o.columns.empty() && o.command == "watch", "-o", "list");
+        option(o.noHeadings && o.command == "watch", "-n", "list");
     } else if (o.command == "release") {
         if (o.roots.empty() && !o.allUsb) p.error = "The command release needs a drive (such as E:) or --all-usb.";
         option(o.usb, "--usb", "list");
+        option(!o.columns.empty(), "-o", "list");
+        option(o.noHeadings, "-n", "list");
     } else { // who, serial
         if (o.roots.size() != 1) p.error = "The command " + o.command + " needs exactly one drive (such as E:).";
         option(o.usb, "--usb", "list");
         option(o.allUsb, "--all-usb", "release");
+        option(o.interactive, "--interactive", "release");
+        option(!o.columns.empty(), "-o", "list");
+        option(o.noHeadings && o.command == "serial", "-n", "list and who");
     }
     return p;
 }
 
 std::string Usage(const std::string& command) {
+    const std::string drive = "DRIVE is E, E: or E:\\, a mount point, a device node, LABEL=... or UUID=...\n";
     if (command == "list")
-        return "Usage: kestrinectl list [--json] [--usb]\n"
+        return "Usage: kestrinectl list [--usb] [-o COLUMNS] [-n] [--json]\n"
                "Lists every drive as the Kestrine window lists it (root, label, kind), with its bus,\n"
                "file system and total, used and free bytes; on Linux also the mount point and device node.\n"
-               "  --usb   USB drives only\n"
-               "  --json  one JSON document (see docs/kestrinectl.md)\n";
+               "  --usb         USB drives only\n"
+               "  -o COLUMNS    the columns to show, such as ROOT,LABEL,FREE (of ROOT, LABEL, KIND, BUS,\n"
+               "                FS, TOTAL, USED, FREE, MOUNT, DEVICE)\n"
+               "  -n            no heading line\n"
+               "  --json        one JSON document (see docs/kestrinectl.md)\n";
     if (command == "release")
-        return "Usage: kestrinectl release ROOT... [--all-usb] [--json]\n"
+        return "Usage: kestrinectl release DRIVE... [--all-usb] [--interactive] [-q] [--json]\n"
                "Releases USB drives as the window's release command does: checks the bus, closes this\n"
                "program's open handles on the drive and asks the system to eject it (4 attempts, 300 ms\n"
-               "apart). The system drive is never released. A refusal names what blocked it.\n"
-               "ROOT is E, E: or E:\\ (on Linux also a mount point or device node).\n"
-               "  --all-usb  every USB drive\n"
-               "  --json     one JSON document\n";
+               "apart). The system drive is never released. A refusal names what blocked it.\n" +
+               drive +
+               "  --all-usb      every USB drive\n"
+               "  --interactive  let the system ask for authorisation on this terminal when it is needed\n"
+               "  -q             say nothing when a drive was released\n"
+               "  --json         one JSON document\n";
     if (command == "who")
-        return "Usage: kestrinectl who ROOT [--json]\n"
+        return "Usage: kestrinectl who DRIVE [-n] [--json]\n"
                "Lists the processes holding files, folders or their working directory on the drive,\n"
-               "with process id, name and what they hold. Nothing is released.\n";
+               "with process id, name and what they hold. Nothing is released.\n" +
+               drive +
+               "  -n      no heading line\n"
+               "  --json  one JSON document\n";
     if (command == "watch")
         return "Usage: kestrinectl watch [--json]\n"
                "Prints one line per device arrival, removal and drive change until interrupted.\n"
                "  --json  one JSON object per line\n";
     if (command == "serial")
-        return "Usage: kestrinectl serial ROOT [--json]\n"
-               "Prints the disk serial text and the PNP device ID of the drive's disk, as the window shows them.\n";
+        return "Usage: kestrinectl serial DRIVE [--json]\n"
+               "Prints the disk serial text and the PNP device ID of the drive's disk, as the window shows them.\n" +
+               drive + "  --json  one JSON document\n";
     return "Usage: kestrinectl COMMAND [OPTIONS]\n"
            "Commands:\n"
-           "  list [--json] [--usb]                 the drives\n"
-           "  release ROOT... [--all-usb] [--json]  release USB drives\n"
-           "  who ROOT [--json]                     the processes holding a drive\n"
-           "  watch [--json]                        device and drive events until interrupted\n"
-           "  serial ROOT [--json]                  the disk serial and PNP device ID of a drive\n"
+           "  list [--usb] [-o COLUMNS] [-n] [--json]                    the drives\n"
+           "  release DRIVE... [--all-usb] [--interactive] [-q] [--json]  release USB drives\n"
+           "  who DRIVE [-n] [--json]                                    the processes holding a drive\n"
+           "  watch [--json]                                             device and drive events until interrupted\n"
+           "  serial DRIVE [--json]                                      the disk serial and PNP device ID\n" +
+           drive +
            "Options for every command:\n"
            "  --machine FILE.json  run against a simulated machine instead of this system\n"
            "  --help               the help of a command\n"
+           "  --version            the version\n"
+           "  --                   what follows is no option\n"
            "Exit codes: 0 success, 1 system error, 2 bad arguments, 3 not found,\n"
            "            4 not a USB drive, 5 in use or refused.\n";
 }
@@ -545,6 +654,10 @@ int Tool::Run(const Options& o, std::ostream& out, std::ostream& err, WatchLoop*
     state_->windows.SetErrors(&err);
     if (o.help) {
         out << Usage(o.command);
+        return kOk;
+    }
+    if (o.version) {
+        out << "kestrinectl " << KESTRINE_VERSION << '\n';
         return kOk;
     }
     if (o.command == "list") return list(o, out);
@@ -576,17 +689,31 @@ int Tool::list(const Options& o, std::ostream& out) {
         out << Dump(Json{{"version", 1}, {"drives", drives}}) << '\n';
         return kOk;
     }
-    const bool places = std::any_of(rows.begin(), rows.end(), [](const DriveRow& r) { return r.place.has_value(); });
-    std::vector<std::vector<std::string>> table{{"ROOT", "LABEL", "KIND", "BUS", "FS", "TOTAL", "USED", "FREE"}};
-    if (places) table[0].insert(table[0].end(), {"MOUNT", "DEVICE"});
+    // The columns asked for; by default all, the places only where the system has them.
+    std::vector<std::string> columns = o.columns;
+    if (columns.empty()) {
+        const bool places =
+            std::any_of(rows.begin(), rows.end(), [](const DriveRow& r) { return r.place.has_value(); });
+        for (const auto& c : ListColumns())
+            if (places || (c != "MOUNT" && c != "DEVICE")) columns.push_back(c);
+    }
+    auto cell = [](const DriveRow& r, const std::string& c) -> std::string {
+        if (c == "ROOT") return r.root;
+        if (c == "LABEL") return r.label;
+        if (c == "KIND") return r.kind;
+        if (c == "BUS") return r.bus.empty() ? "-" : r.bus;
+        if (c == "FS") return r.fileSystem.empty() ? "-" : r.fileSystem;
+        if (c == "TOTAL") return Size(r.totalBytes);
+        if (c == "USED") return Size(r.usedBytes);
+        if (c == "FREE") return Size(r.freeBytes);
+        if (c == "MOUNT") return r.place && !r.place->mountPoint.empty() ? r.place->mountPoint : "-";
+        return r.place && !r.place->deviceNode.empty() ? r.place->deviceNode : "-";
+    };
+    std::vector<std::vector<std::string>> table;
+    if (!o.noHeadings) table.push_back(columns);
     for (const auto& r : rows) {
-        table.push_back({r.root, r.label, r.kind, r.bus.empty() ? "-" : r.bus,
-                         r.fileSystem.empty() ? "-" : r.fileSystem, Size(r.totalBytes), Size(r.usedBytes),
-                         Size(r.freeBytes)});
-        if (places)
-            table.back().insert(table.back().end(),
-                                {r.place ? r.place->mountPoint : "-",
-                                 r.place && !r.place->deviceNode.empty() ? r.place->deviceNode : "-"});
+        table.emplace_back();
+        for (const auto& c : columns) table.back().push_back(cell(r, c));
     }
     PrintTable(out, table);
     return kOk;
@@ -596,8 +723,8 @@ int Tool::release(const Options& o, std::ostream& out, std::ostream& err) {
     std::vector<std::string> roots;
     for (const auto& text : o.roots) {
         const auto root = Resolve(text);
-        if (!root && !text.empty() && text[0] != '/') {
-            err << kProgram << text << " is not a drive root; write a drive as E, E: or E:\\.\n";
+        if (!root && !NamedByWhatItHolds(text)) {
+            err << kProgram << Shown(text) << " is not a drive; " << kDriveForms << ".\n";
             return kBadArguments;
         }
         roots.push_back(root.value_or(text));
@@ -614,6 +741,23 @@ int Tool::release(const Options& o, std::ostream& out, std::ostream& err) {
     int code = kOk;
     Json results = Json::array();
     for (const auto& root : roots) {
+        // Progress: JSON lines on standard error, or one line kept in place on a terminal.
+        progress_ = [&](const FlushProgress& p) {
+            if (o.json) {
+                err << Dump(Json{{"progress",
+                                  {{"root", root},
+                                   {"bytesLeft", p.bytesLeft},
+                                   {"systemWide", p.systemWide},
+                                   {"bytesWritten", p.bytesWritten},
+                                   {"done", p.done}}}},
+                            -1)
+                    << std::endl;
+            } else if (ctx_.terminal && !o.quiet) {
+                err << '\r' << root << " writing cached data: " << Size(p.bytesLeft) << " left"
+                    << (p.systemWide ? " on this computer" : "") << ", " << Size(p.bytesWritten) << " written"
+                    << (p.done ? "\n" : "   ") << std::flush;
+            }
+        };
         const ReleaseResult r = root.size() == 3 && root[1] == ':'
                                     ? Release(root)
                                     : ReleaseResult{root, kNotFound, "Drive " + root + " was not found.", {}, {}};
@@ -631,25 +775,26 @@ int Tool::release(const Options& o, std::ostream& out, std::ostream& err) {
                                {"veto", veto},
                                {"holders", HoldersJson(r.holders)}});
         } else if (r.code == kOk) {
-            out << Shown(r.message) << '\n';
+            if (!o.quiet) out << Shown(r.message) << '\n';
         } else if (!r.holders.empty()) {
             out << "Processes holding " << r.root << ":\n";
             PrintHolders(out, r.holders, "  ");
         }
     }
+    progress_ = {};
     if (o.json) out << Dump(Json{{"version", 1}, {"results", results}, {"exitCode", code}}) << '\n';
     return code;
 }
 
 std::optional<std::string> Tool::existingDrive(const std::string& text, std::ostream& err, int& code) {
     const auto root = Resolve(text);
-    if (!root && text[0] != '/') {
-        err << kProgram << text << " is not a drive root; write a drive as E, E: or E:\\.\n";
+    if (!root && !NamedByWhatItHolds(text)) {
+        err << kProgram << Shown(text) << " is not a drive; " << kDriveForms << ".\n";
         code = kBadArguments;
         return std::nullopt;
     }
     if (!root || !state_->services.fso.GetDrive(*root)) {
-        err << kProgram << "Drive " << (root ? *root : text) << " was not found.\n";
+        err << kProgram << "Drive " << Shown(root ? *root : text) << " was not found.\n";
         code = kNotFound;
         return std::nullopt;
     }
@@ -670,7 +815,8 @@ int Tool::who(const Options& o, std::ostream& out, std::ostream& err) {
     if (holders.empty()) {
         out << "Nothing holds drive " << *root << ".\n";
     } else {
-        std::vector<std::vector<std::string>> table{{"PID", "NAME", "WHAT", "PATH"}};
+        std::vector<std::vector<std::string>> table;
+        if (!o.noHeadings) table.push_back({"PID", "NAME", "WHAT", "PATH"});
         for (const auto& h : holders) table.push_back({std::to_string(h.pid), h.name, h.what, h.path});
         PrintTable(out, table);
     }

@@ -33,8 +33,16 @@ struct Options {
     bool usb = false;    // list: USB drives only
     bool allUsb = false; // release: every USB drive
     bool help = false;
-    std::string machine; // a machine description to run against instead of this system
+    bool version = false;
+    bool quiet = false;               // -q: nothing on standard output but what was asked for
+    bool noHeadings = false;          // list -n: no heading line
+    bool interactive = false;         // release --interactive: authorisation may be asked for on the terminal
+    std::vector<std::string> columns; // list -o: the columns, upper case; empty: all
+    std::string machine;              // a machine description to run against instead of this system
 };
+
+// The columns of list's table, in their order.
+const std::vector<std::string>& ListColumns();
 
 // The parsed command line, or the sentence that says what is wrong with it.
 struct Parsed {
@@ -51,11 +59,26 @@ struct DrivePlace {
     std::string deviceNode;
 };
 
+// How far writing out a drive's cached data has come.
+struct FlushProgress {
+    std::uint64_t bytesLeft = 0;
+    bool systemWide = false; // bytesLeft counts every device's data, not the drive's alone
+    std::uint64_t bytesWritten = 0;
+    bool done = false;
+};
+
 struct Context {
     platform::Services& sys;
     platform::Processes& processes;
     // The mount point and device node of a root, where the system has them.
     std::function<std::optional<DrivePlace>(const std::string& root)> place = {};
+    // The UUID of a root's file system, where the system has one ("" when not).
+    std::function<std::string(const std::string& root)> uuid = {};
+    // Writes out what the system keeps in memory for a root's device, telling
+    // its progress; where the system has this, a release does it first.
+    std::function<bool(const std::string& root, const std::function<void(const FlushProgress&)>& progress)> flush = {};
+    // Standard error is a terminal: progress may be shown on one line.
+    bool terminal = false;
 };
 
 struct DriveRow {
@@ -117,8 +140,9 @@ public:
 
     // The drives as the window lists them, with their details.
     std::vector<DriveRow> List();
-    // "E", "e:", "E:\" and, where drives are mounted, a mount point or device
-    // node give "E:\"; nothing when the text names no drive.
+    // "E", "e:", "E:\", "LABEL=STICK" and, where drives are mounted, a mount
+    // point, a device node or "UUID=..." give "E:\"; nothing when the text
+    // names no drive.
     std::optional<std::string> Resolve(const std::string& text);
     // Releases one drive with the window's checks, handle closing and ejection.
     ReleaseResult Release(const std::string& root);
@@ -152,6 +176,7 @@ private:
 
     Context ctx_;
     std::unique_ptr<State> state_;
+    std::function<void(const FlushProgress&)> progress_; // while a release command runs
 };
 
 } // namespace ctl

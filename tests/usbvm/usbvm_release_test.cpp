@@ -157,7 +157,7 @@ TEST(UsbPartitions, OneReleaseUnmountsBothAndPowersTheStickOffOnce) {
 
     const auto r = Ctl({"release", part1.mountPoint});
     EXPECT_EQ(r.code, ctl::kOk) << r.err;
-    EXPECT_EQ(r.out, "Drive " + part1.root + " has been released.\n");
+    EXPECT_EQ(r.out, "Drive " + part1.root + " has been released; it is safe to unplug it now.\n");
     EXPECT_TRUE(usbvm::MountPoints(part1.device).empty());
     EXPECT_TRUE(usbvm::MountPoints(part2.device).empty());
     EXPECT_TRUE(usbvm::WaitFor([] { return !usbvm::UsbPresent("PARTS0001"); }, 10s)) << "powered off";

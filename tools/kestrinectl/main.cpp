@@ -17,9 +17,16 @@
 #endif
 
 #if defined(KESTRINE_CTL_LINUX)
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "linux_watch.h"
+#include "platform/linux/flush.h"
 #include "platform/linux/processes.h"
 #include "platform/linux/system.h"
+#include "platform/linux/volume_id.h"
 #endif
 #if defined(KESTRINE_CTL_WIN32)
 #include <windows.h>
@@ -27,6 +34,10 @@
 #include "platform/win32/backend.h"
 #include "win32_processes.h"
 #include "win32_watch.h"
+#endif
+
+#if defined(KESTRINE_CTL_LINUX)
+extern char** environ;
 #endif
 
 namespace {
@@ -61,9 +72,50 @@ int RunOnMachine(const ctl::Options& options, const std::string& file) {
 #endif
 
 #if defined(KESTRINE_CTL_LINUX)
+// polkit's agent for this terminal (pkttyagent), for as long as it lives:
+// when an action needs authorisation, the user is asked here.
+class TerminalAgent {
+public:
+    TerminalAgent() {
+        int ready[2];
+        if (::isatty(STDIN_FILENO) == 0 || ::pipe2(ready, O_CLOEXEC) != 0) return;
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, ready[1], 3);
+        const std::string pid = std::to_string(::getpid());
+        const char* argv[] = {"pkttyagent", "--process", pid.c_str(), "--notify-fd", "3", "--fallback", nullptr};
+        if (posix_spawnp(&pid_, "pkttyagent", &actions, nullptr, const_cast<char**>(argv), environ) != 0) pid_ = -1;
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(ready[1]);
+        // The agent closes its end once it is registered.
+        char c;
+        while (pid_ > 0 && ::read(ready[0], &c, 1) > 0) {
+        }
+        ::close(ready[0]);
+    }
+    ~TerminalAgent() {
+        if (pid_ <= 0) return;
+        ::kill(pid_, SIGTERM);
+        ::waitpid(pid_, nullptr, 0);
+    }
+    TerminalAgent(const TerminalAgent&) = delete;
+    TerminalAgent& operator=(const TerminalAgent&) = delete;
+    bool Running() const { return pid_ > 0; }
+
+private:
+    pid_t pid_ = -1;
+};
+
 int RunOnLinux(const ctl::Options& options) {
     linuxbk::System::Options o;
     o.events = options.command == "watch";
+    std::unique_ptr<TerminalAgent> agent;
+    if (options.interactive) {
+        agent = std::make_unique<TerminalAgent>();
+        o.interactiveAuthorisation = agent->Running();
+        if (!agent->Running())
+            std::cerr << "kestrinectl: No terminal or no polkit agent (pkttyagent) to ask for authorisation on.\n";
+    }
     linuxbk::System system(o);
     platform::Services services = system.Services();
     linuxbk::LinuxProcesses processes(system.Map());
@@ -72,10 +124,21 @@ int RunOnLinux(const ctl::Options& options) {
         if (d == nullptr) return std::nullopt;
         return ctl::DrivePlace{d->mountPoint, d->devNode};
     };
+    auto uuid = [&](const std::string& root) -> std::string {
+        const linuxbk::DriveRecord* d = system.Map().Find(root.empty() ? '?' : root[0]);
+        return d != nullptr && d->Ready() && d->kind != linuxbk::DriveKind::Network
+                   ? linuxbk::IdentifyVolume(linuxbk::DriveRecord(*d)).uuid
+                   : std::string();
+    };
     std::signal(SIGINT, OnSignal);
     std::signal(SIGTERM, OnSignal);
     ctllinux::LinuxWatchLoop watch(system, [] { return gStop == 0; });
-    ctl::Tool tool({services, processes, place});
+    auto flush = [&](const std::string& root, const std::function<void(const ctl::FlushProgress&)>& progress) {
+        return linuxbk::FlushDevice(system.Map(), root, [&](const linuxbk::FlushProgress& p) {
+            progress({p.bytesLeft, p.systemWide, p.bytesWritten, p.done});
+        });
+    };
+    ctl::Tool tool({services, processes, place, uuid, flush, ::isatty(STDERR_FILENO) != 0});
     return tool.Run(options, std::cout, std::cerr, &watch);
 }
 #endif
@@ -116,6 +179,10 @@ int main(int argc, char** argv) {
     const ctl::Options& options = parsed.options;
     if (options.help) {
         std::cout << ctl::Usage(options.command);
+        return ctl::kOk;
+    }
+    if (options.version) {
+        std::cout << "kestrinectl " << KESTRINE_VERSION << '\n';
         return ctl::kOk;
     }
     try {
