@@ -8,12 +8,15 @@ build folder) with a tiny initramfs that mounts this machine's / read-only
 over 9p below a tmpfs overlay, so the guest runs this machine's programs and
 the build's binaries unchanged, and nothing of the host is changed. The
 guest asks for hot-plugging by printing "@@usbvm qmp <monitor command>" on
-its serial console; this script passes that to QEMU's monitor.
+its serial console; this script passes that to QEMU's monitor. A picture
+the guest takes ("@@usbvm picture <name> <PNG in base64>") is kept in
+BUILD/screenshots.
 
 Exit codes: 0 every scenario passed, 1 a scenario failed or the guest did not
 finish, 77 skipped (not root, or QEMU cannot be had), 2 bad arguments.
 """
 import argparse
+import base64
 import json
 import os
 import re
@@ -269,9 +272,13 @@ def main():
         *lines, pending = pending.split("\n")
         for line in lines:
             line = line.rstrip("\r")
-            print(line, flush=True)
             m = re.match(r".*@@usbvm (\w+) ?(.*)$", line)
-            if m and m.group(1) == "qmp":
+            if not (m and m.group(1) == "picture"):
+                print(line, flush=True)
+            if m and m.group(1) == "picture":
+                name, _, data = m.group(2).partition(" ")
+                say(f"picture: {keep_picture(args.build, name, data)}")
+            elif m and m.group(1) == "qmp":
                 say(f"monitor: {m.group(2)}: {monitor.human(m.group(2).replace('@', folder + '/'))}")
             elif m and m.group(1) == "ready":
                 ready_at = time.time() - started
@@ -306,6 +313,21 @@ def main():
     with open(os.path.join(work, "summary.txt"), "w") as f:
         f.write("".join(f"usbvm: {line}\n" for line in report))
     return 0 if guest_rc == 0 and failed == 0 and (passed > 0 or args.script) else 1
+
+
+def keep_picture(build, name, data):
+    """A PNG the guest sent as base64, kept with the build's screenshots."""
+    if not re.fullmatch(r"[\w-]+", name):
+        return f"{name!r} is not a picture's name"
+    folder = os.path.join(build, "screenshots")
+    os.makedirs(folder, exist_ok=True)
+    path = os.path.join(folder, name + ".png")
+    try:
+        with open(path, "wb") as f:
+            f.write(base64.b64decode(data, validate=True))
+    except (ValueError, OSError) as e:
+        return f"{name}: not kept ({e})"
+    return path
 
 
 if __name__ == "__main__":

@@ -5,6 +5,7 @@
 // a mouse, a keyboard or a hub. kestrinectl watch sees the same.
 #include <gtest/gtest.h>
 
+#include <QBuffer>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTest>
@@ -38,7 +39,10 @@ using app::Ctl;
 class Window {
 public:
     Window() {
-        windows_.SetNotices([this] { return system_.Devices().TakeNotice(); });
+        windows_.SetNotices([this] {
+            const auto n = system_.Devices().TakeNotice();
+            return qtui::QtWindowSystem::Notice{n.reason, n.details};
+        });
         form_ = std::make_unique<app::frmMain>(services_, window_);
         window_.SetTimerInterval([this](Ctl) { return form_->FlashInterval(); });
         form_->Form_Load();
@@ -109,6 +113,10 @@ private:
         if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
             std::string text = box->windowTitle().toStdString() + ": " + box->text().toStdString();
             if (!box->informativeText().isEmpty()) text += " | " + box->informativeText().toStdString();
+            if (!box->detailedText().isEmpty()) {
+                text += " | details: " + box->detailedText().toStdString();
+                showDetails(box);
+            }
             boxes_.push_back(text);
             QAbstractButton* choice = box->defaultButton();
             if (!answers_.empty()) {
@@ -118,6 +126,20 @@ private:
             }
             if (choice != nullptr) choice->click();
         }
+    }
+
+    // Opens the box's details as a user would and sends its picture to the
+    // host, which keeps it with the build's screenshots.
+    static void showDetails(QMessageBox* box) {
+        for (QAbstractButton* b : box->buttons())
+            if (box->buttonRole(b) == QMessageBox::ActionRole) b->click();
+        QApplication::processEvents();
+        QByteArray png;
+        QBuffer buffer(&png);
+        buffer.open(QIODevice::WriteOnly);
+        if (box->grab().save(&buffer, "PNG"))
+            std::printf("@@usbvm picture refused-release %s\n", png.toBase64().constData());
+        std::fflush(stdout);
     }
 
     linuxbk::System system_;
@@ -234,7 +256,10 @@ TEST(UsbWindow, AHeldStickIsNotReleasedAndTheButtonsComeBack) {
     EXPECT_TRUE(box.starts_with("Kestrine: Unable to release  " + stick.root + " | ")) << box;
     // Beside the program's message, the system says who holds the stick.
     EXPECT_NE(box.find("The device is busy: " + stick.mountPoint + " is in use by "), std::string::npos) << box;
-    EXPECT_NE(box.find("[" + std::to_string(holder.Pid()) + "] holds cwd " + stick.mountPoint), std::string::npos)
+    // The holders, a line each, behind the box's Show Details.
+    EXPECT_NE(box.find(" | details: "), std::string::npos) << box;
+    EXPECT_NE(box.find("[" + std::to_string(holder.Pid()) + "] holds cwd " + stick.mountPoint + "\n"),
+              std::string::npos)
         << box;
     EXPECT_TRUE(window.View().Enabled(Ctl::cmdRemoveUSB));
     EXPECT_TRUE(window.View().Enabled(Ctl::cmdClose));

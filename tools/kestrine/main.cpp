@@ -1,12 +1,6 @@
 // kestrine: the logic on the Linux backend, in the Qt window. Without a
 // display (or with --list) it says so and prints the drive list the window
 // would show, from the same logic run in the headless window.
-//
-//   kestrine [--print-rows] [--machine description.json] [command line ...]
-//
-// --print-rows   once the window is shown, prints its caption and list rows
-// --machine      shows the window on a simulated machine (a description as
-//                kestrine-sim reads it, or a scenario holding one)
 #include <QApplication>
 #include <QStyleFactory>
 #include <QTimer>
@@ -29,6 +23,17 @@
 
 namespace {
 
+constexpr const char* kUsage = "Usage: kestrine [OPTION...] [DRIVE]\n"
+                               "Watches this computer's drives and releases USB drives safely.\n"
+                               "DRIVE (such as E:\\) is the drive to select when the window first shows.\n"
+                               "  --list            print the drive list the window would show, and exit\n"
+                               "  --machine FILE    a simulated machine (a description as kestrine-sim reads it)\n"
+                               "                    in place of this computer\n"
+                               "  --print-rows      once the window shows, print its caption and rows\n"
+                               "  --help            this help\n"
+                               "  --version         the version\n"
+                               "Without a display the drive list is printed, as with --list.\n";
+
 bool HasDisplay() {
     for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"})
         if (const char* value = std::getenv(name); value != nullptr && *value != '\0') return true;
@@ -39,7 +44,16 @@ bool HasDisplay() {
 }
 
 // The drive list as the window would show it: the logic loads into the
-// headless window on the real drives, without watching for changes.
+// headless window, without watching for changes.
+int PrintDriveList(platform::Services& services) {
+    fake::HeadlessView view;
+    app::frmMain form(services, view);
+    form.Form_Load();
+    std::printf("%s\n", view.Text(app::Ctl::frmMain).c_str());
+    for (const auto& row : view.Rows(app::Ctl::ListView1)) std::printf("  %s\n", row.c_str());
+    return 0;
+}
+
 int PrintDriveList(const std::string& commandLine) {
     linuxbk::System::Options options;
     options.commandLine = commandLine;
@@ -47,12 +61,7 @@ int PrintDriveList(const std::string& commandLine) {
     options.title = "Kestrine drive list"; // not the window's title: a running window stays alone
     linuxbk::System system(options);
     platform::Services services = system.Services();
-    fake::HeadlessView view;
-    app::frmMain form(services, view);
-    form.Form_Load();
-    std::printf("%s\n", view.Text(app::Ctl::frmMain).c_str());
-    for (const auto& row : view.Rows(app::Ctl::ListView1)) std::printf("  %s\n", row.c_str());
-    return 0;
+    return PrintDriveList(services);
 }
 
 void PrintRows(const qtui::QtWindow& window) {
@@ -66,22 +75,23 @@ void PrintRows(const qtui::QtWindow& window) {
     std::fflush(stdout);
 }
 
-// A machine description, or the one a scenario holds.
+// A machine description, or the one a scenario holds; one sentence on
+// standard error when it cannot be had.
 bool LoadMachine(fake::Machine& machine, const std::string& file) {
     std::ifstream in(file);
     if (!in) {
-        std::fprintf(stderr, "kestrine: cannot read %s\n", file.c_str());
+        std::fprintf(stderr, "kestrine: The machine description %s cannot be read.\n", file.c_str());
         return false;
     }
     std::stringstream text;
     text << in.rdbuf();
     try {
         auto json = nlohmann::json::parse(text.str());
-        if (json.contains("machine")) json = json["machine"];
+        if (json.is_object() && json.contains("machine")) json = json["machine"];
         fake::Machine::LoadJson(machine, json.dump());
         return true;
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "kestrine: %s: %s\n", file.c_str(), e.what());
+        std::fprintf(stderr, "kestrine: The machine description %s is not valid: %s\n", file.c_str(), e.what());
         return false;
     }
 }
@@ -104,37 +114,64 @@ int RunWindow(platform::Services& services, qtui::QtWindow& window, bool printRo
 
 int main(int argc, char** argv) {
     std::string commandLine, machineFile;
-    bool listOnly = false, printRows = false;
+    bool listOnly = false, printRows = false, optionsOver = false;
     for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--list") == 0) {
-            listOnly = true;
-        } else if (std::strcmp(argv[i], "--print-rows") == 0) {
-            printRows = true;
-        } else if (std::strcmp(argv[i], "--machine") == 0 && i + 1 < argc) {
-            machineFile = argv[++i];
-        } else {
+        const std::string a = argv[i];
+        if (optionsOver || a.empty() || a[0] != '-') {
+            // What is left is the command line the program starts with.
             if (!commandLine.empty()) commandLine += ' ';
-            commandLine += argv[i];
+            commandLine += a;
+        } else if (a == "--") {
+            optionsOver = true;
+        } else if (a == "--help" || a == "-h") {
+            std::fputs(kUsage, stdout);
+            return 0;
+        } else if (a == "--version") {
+            std::printf("kestrine %s\n", KESTRINE_VERSION);
+            return 0;
+        } else if (a == "--list") {
+            listOnly = true;
+        } else if (a == "--print-rows") {
+            printRows = true;
+        } else if (a == "--machine" || a.starts_with("--machine=")) {
+            machineFile = a == "--machine" ? (i + 1 < argc ? argv[++i] : "") : a.substr(10);
+            if (machineFile.empty()) {
+                std::fputs("kestrine: The option --machine needs a machine description file. See kestrine --help.\n",
+                           stderr);
+                return 2;
+            }
+        } else {
+            std::fprintf(stderr, "kestrine: Unknown option %s. See kestrine --help.\n", a.c_str());
+            return 2;
         }
     }
-    if (listOnly) return PrintDriveList(commandLine);
-    if (!HasDisplay()) {
-        std::printf("kestrine: no display ($DISPLAY and $WAYLAND_DISPLAY are unset); the drives the window would "
-                    "list:\n");
-        return PrintDriveList(commandLine);
+
+    std::unique_ptr<fake::Machine> machine;
+    if (!machineFile.empty()) {
+        machine = std::make_unique<fake::Machine>();
+        if (!LoadMachine(*machine, machineFile)) return 2;
+        if (!commandLine.empty()) machine->SetCommandLine(commandLine);
+    }
+    if (listOnly || !HasDisplay()) {
+        if (!listOnly)
+            std::printf("kestrine: no display ($DISPLAY and $WAYLAND_DISPLAY are unset); the drives the window would "
+                        "list:\n");
+        if (!machine) return PrintDriveList(commandLine);
+        platform::Services services = machine->services();
+        return PrintDriveList(services);
     }
 
     QApplication application(argc, argv);
     // One look on every desktop, so the table's colours show as designed.
     if (QStyle* fusion = QStyleFactory::create("Fusion")) QApplication::setStyle(fusion);
     QApplication::setApplicationName("Kestrine");
+    QApplication::setApplicationVersion(KESTRINE_VERSION);
+    QApplication::setDesktopFileName("kestrine");
     qtui::QtWindow window;
 
-    if (!machineFile.empty()) {
-        fake::Machine machine;
-        if (!LoadMachine(machine, machineFile)) return 2;
-        qtui::QtWindowSystem windows(machine, window, true);
-        const platform::Services base = machine.services();
+    if (machine) {
+        qtui::QtWindowSystem windows(*machine, window, true);
+        const platform::Services base = machine->services();
         platform::Services services{base.app, base.volumes, base.profile, windows,         base.shell,
                                     base.fso, base.storage, base.devices, base.management, base.native};
         return RunWindow(services, window, printRows);
@@ -142,10 +179,15 @@ int main(int argc, char** argv) {
 
     linuxbk::System::Options options;
     options.commandLine = commandLine;
+    // The window may let the session's authentication agent ask the user.
+    options.interactiveAuthorisation = true;
     linuxbk::System system(options);
     qtui::QtWindowSystem windows(system.Console(), window);
     // A refused release gets the system's reason beside the program's message.
-    windows.SetNotices([&system] { return system.Devices().TakeNotice(); });
+    windows.SetNotices([&system] {
+        const auto n = system.Devices().TakeNotice();
+        return qtui::QtWindowSystem::Notice{n.reason, n.details};
+    });
     platform::Services services = system.Services(&windows);
     qtui::LinuxEventPump pump(system, window);
     return RunWindow(services, window, printRows);

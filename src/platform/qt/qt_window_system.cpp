@@ -48,8 +48,11 @@ std::int32_t QtWindowSystem::MessageBoxA(platform::WindowHandle, const std::stri
     std::string shown = text;
     for (std::size_t at; (at = shown.find("\r\n")) != std::string::npos;) shown.replace(at, 2, 1, '\n');
     QMessageBox box(IconOf(type), Q(caption), Q(shown), QMessageBox::NoButton, window_.Widget());
-    if (notices_)
-        if (const std::string notice = notices_(); !notice.empty()) box.setInformativeText(Q(notice));
+    if (notices_) {
+        const Notice notice = notices_();
+        if (!notice.reason.empty()) box.setInformativeText(Q(notice.reason));
+        if (!notice.details.empty()) box.setDetailedText(Q(notice.details));
+    }
     struct Choice {
         const char* label;
         QMessageBox::ButtonRole role;

@@ -64,16 +64,19 @@ public:
 
     int Beeps() const { return beeps_; }
     // Where the system's own word on what just happened comes from (why an
-    // eject was refused): shown beside a message box's text, which stays as
-    // the program wrote it.
-    void SetNotices(std::function<std::string()> notices) { notices_ = std::move(notices); }
+    // eject was refused, and who holds the device): shown beside a message
+    // box's text, which stays as the program wrote it, and as its details.
+    struct Notice {
+        std::string reason, details;
+    };
+    void SetNotices(std::function<Notice()> notices) { notices_ = std::move(notices); }
 
 private:
     platform::WindowSystem& base_;
     QtWindow& window_;
     bool yieldToBase_;
     int beeps_ = 0;
-    std::function<std::string()> notices_;
+    std::function<Notice()> notices_;
 };
 
 } // namespace qtui
