@@ -1,15 +1,21 @@
 #!/usr/bin/env bash
-# Installs what Kestrine needs to build and test on Debian 12, with apt-get.
-# Packages already present are not asked for again.
+# Installs what Kestrine needs on Debian 12, with apt-get. Packages already
+# present are not asked for again.
+#   scripts/deps.sh        everything: building, running and testing
+#   scripts/deps.sh run    only what building and running the program needs
 set -euo pipefail
 
-packages=(
-  build-essential cmake ninja-build pkg-config git
-  googletest libgtest-dev libbenchmark-dev nlohmann-json3-dev
-  clang-format
-  libudev-dev libblkid-dev libsystemd-dev libdevmapper-dev udisks2 dbus udev e2fsprogs
-  qt6-base-dev xvfb xauth xdotool imagemagick
+run=(
+  build-essential cmake ninja-build pkg-config
+  nlohmann-json3-dev libudev-dev libblkid-dev libsystemd-dev libdevmapper-dev qt6-base-dev
+  udisks2 dbus udev
 )
+tests=(
+  git googletest libgtest-dev libbenchmark-dev clang-format e2fsprogs
+  xvfb xauth xdotool imagemagick python3
+)
+packages=("${run[@]}")
+[ "${1:-all}" = run ] || packages+=("${tests[@]}")
 
 missing=()
 for p in "${packages[@]}"; do

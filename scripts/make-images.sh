@@ -20,6 +20,9 @@ stick "$tmp/app.png" '#2f6fd6'
 convert "$tmp/app.png" -fill white -stroke none -draw "polygon 120,112 200,143 120,174 140,143" "$tmp/app.png"
 for s in 16 32 48; do convert "$tmp/app.png" -resize ${s}x${s} "$tmp/app$s.png"; done
 convert "$tmp/app16.png" "$tmp/app32.png" "$tmp/app48.png" kestrine.ico
+# The same for the Linux desktop's icon theme (hicolor), at its usual sizes.
+mkdir -p icons
+for s in 16 24 32 48 64 128 256; do convert "$tmp/app.png" -resize ${s}x${s} -strip "icons/kestrine-$s.png"; done
 
 # Release: a stick with a green eject arrow above it.
 stick "$tmp/rel.png" '#3b7be0'
