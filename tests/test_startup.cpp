@@ -285,6 +285,29 @@ TEST(Shutdown, CloseWaitEndsAcrossMidnight) {
     EXPECT_LT(rig.machine.Yields() - yieldsBefore, 100);
 }
 
+// The close wait sleeps between messages: a few yields instead of one per
+// tick, the same end as a wait that yielded at every tick, and what the
+// system does meanwhile still happens at its time.
+TEST(Shutdown, CloseWaitSleepsBetweenMessagesAndMissesNone) {
+    Rig rig;
+    rig.Start();
+    rig.machine.SetTime(1000.0);
+    double ranAt = 0;
+    rig.machine.At(1000.23, [&] { ranAt = rig.machine.Now(); });
+    const auto yieldsBefore = rig.machine.Yields();
+    rig.view.UserClose();
+
+    ASSERT_TRUE(rig.machine.Ended());
+    EXPECT_NEAR(ranAt, 1000.23, 0.0101) << "delivered at the first tick after its time";
+    EXPECT_GE(rig.machine.Now(), 1000.5 - 0.01);
+    // The close sequence yields eight times after the wait, 10 ms a yield:
+    // it ends at 1000.58 whether the wait spins or sleeps.
+    EXPECT_LT(rig.machine.Now(), 1000.59);
+    // The sequence's own yields and a few for the wait (a spinning wait
+    // took fifty at the 10 ms tick: 58 in all).
+    EXPECT_LT(rig.machine.Yields() - yieldsBefore, 20);
+}
+
 TEST(Window, SizeStaysFixedUnlessMinimized) {
     Rig rig;
     rig.Start();

@@ -17,6 +17,8 @@ void Program::WaitSince(float start, float seconds) {
         float elapsed = sys.windows.Timer() - start;
         if (elapsed < 0) elapsed += kDay; // the timer restarted at midnight
         if (elapsed >= seconds) return;
+        // Asleep until a message comes or the time is up, not spinning.
+        sys.windows.WaitForMessages(seconds - elapsed);
     }
 }
 

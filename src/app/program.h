@@ -46,7 +46,9 @@ struct Program {
     settings::basINI ini; // IniKeys and IniValues live here
 
     // Yields to the message loop until the given seconds have passed since
-    // start (a platform timer value), also when the wait spans midnight.
+    // start (a platform timer value), also when the wait spans midnight:
+    // every message that comes meanwhile is dispatched, and between them
+    // the program sleeps.
     void WaitSince(float start, float seconds);
 };
 

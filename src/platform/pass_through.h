@@ -55,6 +55,7 @@ public:
         return inner_.MessageBoxA(owner, text, caption, type);
     }
     void DoEvents() override { inner_.DoEvents(); }
+    void WaitForMessages(float seconds) override { inner_.WaitForMessages(seconds); }
     float Timer() override { return inner_.Timer(); }
     std::intptr_t SendMessageA(WindowHandle window, std::uint32_t message, std::uintptr_t wParam,
                                std::intptr_t lParam) override {

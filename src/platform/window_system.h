@@ -47,6 +47,9 @@ public:
                                      std::uint32_t type) = 0;
     // Dispatches the pending window messages and returns.
     virtual void DoEvents() = 0;
+    // Sleeps until a message comes or the seconds have passed, whichever is
+    // first. What came is dispatched by the next DoEvents.
+    virtual void WaitForMessages(float seconds) = 0;
     // The time of day in seconds since midnight, with fractions; restarts at 0.
     virtual float Timer() = 0;
 

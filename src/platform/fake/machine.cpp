@@ -478,6 +478,17 @@ void Machine::DoEvents() {
     runDue();
 }
 
+void Machine::WaitForMessages(float seconds) {
+    // The clock goes on in whole ticks, as it does while the program yields,
+    // and stops a tick short of the end of the wait and of the next piece of
+    // scheduled work: the yield after the wait then reaches the very time a
+    // yield-only wait would have reached, and nothing due is passed over.
+    if (tick_ <= 0) return;
+    double until = now_ + static_cast<double>(seconds) - tick_;
+    for (const auto& work : scheduled_) until = std::min(until, work.first);
+    while (now_ + tick_ < until) now_ += tick_;
+}
+
 float Machine::Timer() { return static_cast<float>(std::fmod(now_, 86400.0)); }
 
 std::intptr_t Machine::WindowStyle(platform::WindowHandle window) const {

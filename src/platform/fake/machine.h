@@ -220,6 +220,7 @@ public:
     std::int32_t MessageBoxA(platform::WindowHandle owner, const std::string& text, const std::string& caption,
                              std::uint32_t type) override;
     void DoEvents() override;
+    void WaitForMessages(float seconds) override;
     float Timer() override;
     std::intptr_t SendMessageA(platform::WindowHandle window, std::uint32_t message, std::uintptr_t wParam,
                                std::intptr_t lParam) override;

@@ -1,7 +1,9 @@
 #include "platform/linux/desktop.h"
 
+#include <algorithm>
 #include <chrono>
 #include <clocale>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -427,6 +429,13 @@ void ConsoleWindows::DoEvents() {
             Deliver(main_, platform::kWmDeviceChange, platform::kDbtDeviceRemoveComplete, 0);
         if (observer_) observer_(e);
     }
+}
+
+void ConsoleWindows::WaitForMessages(float seconds) {
+    std::vector<pollfd> fds = events_ != nullptr ? events_->PollFds() : std::vector<pollfd>{};
+    if (channel_.Fd() >= 0) fds.push_back({channel_.Fd(), POLLIN, 0});
+    const int ms = static_cast<int>(std::ceil(std::max(seconds, 0.0f) * 1000.0f));
+    if (::poll(fds.data(), fds.size(), ms) < 0 && errno != EINTR) ::usleep(static_cast<useconds_t>(ms) * 1000);
 }
 
 float ConsoleWindows::Timer() {

@@ -1,9 +1,13 @@
 #include "platform/qt/qt_window_system.h"
 
+#include <algorithm>
+#include <cmath>
+
 #include <QApplication>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QScreen>
+#include <QTimer>
 #include <QWidget>
 
 namespace qtui {
@@ -92,6 +96,19 @@ std::int32_t QtWindowSystem::MessageBoxA(platform::WindowHandle, const std::stri
 void QtWindowSystem::DoEvents() {
     QCoreApplication::processEvents(QEventLoop::AllEvents);
     if (yieldToBase_) base_.DoEvents();
+}
+
+void QtWindowSystem::WaitForMessages(float seconds) {
+    // A simulated machine's time passes in the machine.
+    if (yieldToBase_) {
+        base_.WaitForMessages(seconds);
+        return;
+    }
+    // The event loop sleeps until an event comes or the timer ends the wait.
+    QTimer deadline;
+    deadline.setSingleShot(true);
+    deadline.start(static_cast<int>(std::ceil(std::max(seconds, 0.0f) * 1000.0f)));
+    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
 }
 
 bool QtWindowSystem::MessageBeep(std::uint32_t) {

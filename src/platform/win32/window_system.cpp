@@ -2,6 +2,7 @@
 // longs, the procedure chain, properties, the work area and icons from files.
 #include "platform/win32/raii.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <mutex>
@@ -145,6 +146,11 @@ void WindowSystem::DoEvents() {
         }
         Dispatch(&msg);
     }
+}
+
+void WindowSystem::WaitForMessages(float seconds) {
+    const auto ms = static_cast<DWORD>(std::ceil(std::max(seconds, 0.0f) * 1000.0f));
+    ::MsgWaitForMultipleObjectsEx(0, nullptr, ms, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
 }
 
 float WindowSystem::Timer() {
