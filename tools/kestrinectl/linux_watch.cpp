@@ -1,5 +1,7 @@
 #include "linux_watch.h"
 
+#include <poll.h>
+
 namespace ctllinux {
 
 platform::WindowHandle LinuxWatchLoop::Window() { return system_.Events() != nullptr ? kWatchWindow : 0; }
@@ -13,8 +15,12 @@ void LinuxWatchLoop::Run(const Seen& seen) {
         seen(message, wParam, lParam);
         return 0;
     });
-    while (keepGoing_())
-        for (const auto& event : events->Wait(waitMs_)) system_.Deliver(kWatchWindow, event);
+    while (keepGoing_()) {
+        std::vector<pollfd> fds = events->PollFds();
+        if (wakeFd_ >= 0) fds.push_back({wakeFd_, POLLIN, 0});
+        ::poll(fds.data(), fds.size(), waitMs_); // an interruption ends the wait as an event does
+        for (const auto& event : events->Read()) system_.Deliver(kWatchWindow, event);
+    }
     console.SetOwnProcedure({});
 }
 

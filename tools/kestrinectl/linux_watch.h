@@ -11,9 +11,11 @@ namespace ctllinux {
 
 class LinuxWatchLoop : public ctl::WatchLoop {
 public:
-    // keepGoing is asked between waits (at most every waitMs): false ends Run.
-    LinuxWatchLoop(linuxbk::System& system, std::function<bool()> keepGoing, int waitMs = 250)
-        : system_(system), keepGoing_(std::move(keepGoing)), waitMs_(waitMs) {}
+    // keepGoing is asked after every wake-up: false ends Run. The loop
+    // sleeps until an event comes, wakeFd becomes readable (a signal's
+    // self-pipe) or, when waitMs is not -1, that many milliseconds passed.
+    LinuxWatchLoop(linuxbk::System& system, std::function<bool()> keepGoing, int waitMs = -1, int wakeFd = -1)
+        : system_(system), keepGoing_(std::move(keepGoing)), waitMs_(waitMs), wakeFd_(wakeFd) {}
 
     // The window events are delivered to.
     static constexpr platform::WindowHandle kWatchWindow = 0x3000;
@@ -25,6 +27,7 @@ private:
     linuxbk::System& system_;
     std::function<bool()> keepGoing_;
     int waitMs_;
+    int wakeFd_;
 };
 
 } // namespace ctllinux

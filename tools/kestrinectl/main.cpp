@@ -44,7 +44,12 @@ namespace {
 
 #if defined(KESTRINE_CTL_LINUX)
 volatile std::sig_atomic_t gStop = 0;
-extern "C" void OnSignal(int) { gStop = 1; }
+int gWake[2] = {-1, -1}; // written by the signal handler to end watch's sleep
+extern "C" void OnSignal(int) {
+    gStop = 1;
+    const char one = 1;
+    [[maybe_unused]] const ssize_t put = ::write(gWake[1], &one, 1);
+}
 #endif
 
 #if defined(KESTRINE_CTL_MACHINE)
@@ -130,9 +135,11 @@ int RunOnLinux(const ctl::Options& options) {
                    ? linuxbk::IdentifyVolume(linuxbk::DriveRecord(*d)).uuid
                    : std::string();
     };
+    if (::pipe2(gWake, O_CLOEXEC | O_NONBLOCK) != 0) gWake[0] = gWake[1] = -1;
     std::signal(SIGINT, OnSignal);
     std::signal(SIGTERM, OnSignal);
-    ctllinux::LinuxWatchLoop watch(system, [] { return gStop == 0; });
+    ctllinux::LinuxWatchLoop watch(
+        system, [] { return gStop == 0; }, -1, gWake[0]);
     auto flush = [&](const std::string& root, const std::function<void(const ctl::FlushProgress&)>& progress) {
         return linuxbk::FlushDevice(system.Map(), root, [&](const linuxbk::FlushProgress& p) {
             progress({p.bytesLeft, p.systemWide, p.bytesWritten, p.done});
