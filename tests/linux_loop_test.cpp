@@ -18,6 +18,7 @@
 #include "platform/fake/headless_view.h"
 #include "platform/linux/flush.h"
 #include "platform/linux/system.h"
+#include "platform/linux/volume_id.h"
 #include "release/modLockFileInfo.h"
 
 namespace {
@@ -362,6 +363,51 @@ TEST(LinuxLoopDrives, CachedDataIsWrittenOutWithItsProgress) {
 
     // A drive with no device to write to.
     EXPECT_FALSE(linuxbk::FlushDevice(sys.Map(), "Q:\\", {}));
+}
+
+// A mounted volume is identified once: asking again (the window's refills,
+// kestrinectl's three looks at each drive) costs nothing, until the device
+// is mounted anew or its change is reported; then the new label is seen.
+TEST(LinuxLoopDrives, EachVolumeIsIdentifiedOncePerMount) {
+    KESTRINE_REQUIRE_LOOP_DEVICES();
+    LoopDrives loops;
+    auto* a = loops.Add("ONCE");
+    ASSERT_TRUE(a);
+    System sys(Quiet());
+    auto services = sys.Services();
+    const DriveRecord* d = DriveAt(sys, a->mountPoint);
+    ASSERT_NE(d, nullptr);
+    const std::string root = d->Root();
+    const std::uint32_t major = d->major, minor = d->minor;
+    auto label = [&] {
+        std::array<char, 32> name{}, fileSystem{};
+        std::uint32_t serial = 0, maxName = 0, flags = 0;
+        if (!services.volumes.GetVolumeInformationA(root, name, serial, maxName, flags, fileSystem))
+            return std::string("?");
+        return std::string(name.data());
+    };
+
+    EXPECT_EQ(label(), "ONCE");
+    const auto identified = linuxbk::VolumeIdentifications();
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(label(), "ONCE");
+    EXPECT_EQ(linuxbk::VolumeIdentifications(), identified) << "asked again, not identified again";
+
+    // Renamed while mounted: seen once the device's change is told.
+    ASSERT_TRUE(linuxtest::Run("e2label " + a->device + " TWICE"));
+    linuxbk::ForgetVolume(major, minor);
+    EXPECT_EQ(label(), "TWICE");
+    EXPECT_EQ(linuxbk::VolumeIdentifications(), identified + 1);
+
+    // Unmounted and mounted anew (as the mount table's changes show it):
+    // identified anew without being told, though the kernel may give the
+    // new mount the old one's ID.
+    ASSERT_EQ(::umount2(a->mountPoint.c_str(), 0), 0);
+    sys.Map().Refresh();
+    ASSERT_TRUE(linuxtest::Run("e2label " + a->device + " THRICE"));
+    a->mountPoint.clear();
+    ASSERT_TRUE(loops.Mount(*a));
+    sys.Map().Refresh();
+    EXPECT_EQ(label(), "THRICE");
 }
 
 TEST(LinuxLoopDrives, TheSystemDriveIsNeverEjected) {

@@ -50,10 +50,16 @@ TEST_F(LinuxUdisks, LabelsAreReadAndSetThroughUdisks) {
     const std::string root = std::string(1, letter) + ":\\";
     const auto* record = sys.Map().Find(letter);
     ASSERT_NE(record, nullptr);
+    // udev's database answers first; udisks2 knows the same.
     const linuxbk::VolumeId id = linuxbk::IdentifyVolume(*record);
-    EXPECT_EQ(id.from, "udisks2");
+    EXPECT_EQ(id.from, "udev");
     EXPECT_EQ(id.label, "UD LABEL");
     EXPECT_EQ(id.type, "ext4");
+    ASSERT_TRUE(record->block);
+    const auto byUdisks = linuxbk::UDisks::IdOf(record->block->name);
+    ASSERT_TRUE(byUdisks);
+    EXPECT_EQ(byUdisks->label, "UD LABEL");
+    EXPECT_EQ(byUdisks->uuid, id.uuid);
 
     auto services = sys.Services();
     EXPECT_TRUE(services.volumes.SetVolumeLabelA(root, "RENAMED")) << sys.Volumes().LastLabelError();

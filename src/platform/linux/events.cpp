@@ -11,6 +11,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "platform/linux/volume_id.h"
 #include "platform/types.h"
 
 namespace linuxbk {
@@ -184,6 +185,9 @@ bool EventSources::readUdev(std::vector<SystemEvent>& out) {
         any = true;
         const char* action = udev_device_get_action(d);
         const char* node = udev_device_get_devnode(d);
+        // What is known of the volume on it is stale now.
+        const dev_t number = udev_device_get_devnum(d);
+        if (number != 0) ForgetVolume(major(number), minor(number));
         if (source_ == "udev" && action != nullptr && std::strcmp(action, "change") == 0 && node != nullptr) {
             // A mounted drive's file system renamed: the shell reports the drive updated.
             const char* enc = udev_device_get_property_value(d, "ID_FS_LABEL_ENC");

@@ -1,6 +1,7 @@
 #include "platform/linux/letter_map.h"
 
 #include <algorithm>
+#include <atomic>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -115,6 +116,7 @@ void LetterMap::Build(const std::vector<MountEntry>& mounts) {
         d.kind = DriveKind::Root;
         d.letter = 'C';
         d.mountPoint = "/";
+        d.mountId = it->id;
         d.fsType = it->fsType;
         d.source = it->source;
         d.major = it->major;
@@ -135,6 +137,7 @@ void LetterMap::Build(const std::vector<MountEntry>& mounts) {
         if (m.mountPoint == "/" || IsSystemMount(m)) continue;
         DriveRecord d;
         d.mountPoint = m.mountPoint;
+        d.mountId = m.id;
         d.fsType = m.fsType;
         d.source = m.source;
         if (m.source.starts_with("/dev/")) {
@@ -201,6 +204,17 @@ void LetterMap::Build(const std::vector<MountEntry>& mounts) {
               [](const DriveRecord& a, const DriveRecord& b) { return a.letter < b.letter; });
     kept_.clear();
     for (const auto& d : found) kept_.emplace_back(d.key, d.letter);
+    // A mount the last build saw keeps its serial; one it did not gets a new one.
+    static std::atomic<std::uint64_t> nextSerial{0};
+    decltype(serials_) serials;
+    for (auto& d : found) {
+        if (!d.Ready()) continue;
+        const auto key = std::make_tuple(d.major, d.minor, d.mountId, d.mountPoint);
+        const auto it = serials_.find(key);
+        d.mountSerial = it != serials_.end() ? it->second : ++nextSerial;
+        serials.emplace(key, d.mountSerial);
+    }
+    serials_ = std::move(serials);
     drives_ = std::move(found);
     ++generation_;
 }

@@ -4,8 +4,10 @@
 // free letter from D on and keeps it while it stays present. The map is
 // shared by all services and rebuilt whenever the mount table changes.
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/linux/mountinfo.h"
@@ -25,6 +27,11 @@ struct DriveRecord {
     std::string source;     // as mounted
     std::string devNode;    // "/dev/sdb1"; "" for network drives and a root without a device
     std::uint32_t major = 0, minor = 0;
+    int mountId = 0; // the mount table's ID of the mount (reused once it is gone)
+    // Names this mount for as long as the map sees it; no other mount, of
+    // this map or another, ever has the same (what is known of a volume is
+    // kept under it).
+    std::uint64_t mountSerial = 0;
     std::optional<BlockDevice> block; // the block device, when sysfs knows it
     std::uint32_t driveType = 0;      // the GetDriveTypeA answer
     std::string shareName;            // network drives: "\\server\share"
@@ -80,6 +87,8 @@ private:
     std::vector<MountEntry> mounts_;
     std::vector<DriveRecord> drives_;
     std::vector<std::pair<std::string, char>> kept_; // key -> letter of the last build
+    // (device, mount ID, mount point) -> mount serial of the last build.
+    std::map<std::tuple<std::uint32_t, std::uint32_t, int, std::string>, std::uint64_t> serials_;
     std::uint64_t generation_ = 0;
     std::vector<std::vector<MountEntry>> pins_; // the tables pinned, innermost last
     struct Redirection {

@@ -2,8 +2,10 @@
 
 #include <cstdio>
 #include <memory>
+#include <mutex>
 
 #include <systemd/sd-bus.h>
+#include <unistd.h>
 
 namespace linuxbk {
 
@@ -12,6 +14,7 @@ namespace {
 constexpr const char* kService = "org.freedesktop.UDisks2";
 bool gInteraction = false;
 constexpr std::uint64_t kActionTimeoutUs = 120'000'000; // room for a password to be typed
+const BusResult kNoBus{Veto::Failed, "", "no system bus"};
 
 struct BusDeleter {
     void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
@@ -31,10 +34,54 @@ struct Error {
     ~Error() { sd_bus_error_free(&e); }
 };
 
-Bus Open() {
-    sd_bus* bus = nullptr;
-    if (sd_bus_open_system(&bus) < 0) return nullptr;
-    return Bus(bus);
+// The process's one connection to the system bus, opened when first needed
+// and again when it broke (the bus daemon went away). sd-bus connections are
+// not for several threads at once: a Connection holds the lock while used.
+class Connection {
+public:
+    Connection() : lock_(Mutex()) {
+        Bus& bus = Shared();
+        if (bus && (sd_bus_is_open(bus.get()) <= 0 || Owner() != ::getpid())) {
+            // In a forked child the parent's connection is not ours to close.
+            if (Owner() != ::getpid()) static_cast<void>(bus.release());
+            bus.reset();
+        }
+        if (!bus) {
+            sd_bus* raw = nullptr;
+            if (sd_bus_open_system(&raw) >= 0) {
+                bus.reset(raw);
+                Owner() = ::getpid();
+            }
+        }
+    }
+    sd_bus* get() const { return Shared().get(); }
+    explicit operator bool() const { return get() != nullptr; }
+
+private:
+    static std::mutex& Mutex() {
+        static std::mutex m;
+        return m;
+    }
+    static Bus& Shared() {
+        static Bus bus;
+        return bus;
+    }
+    static pid_t& Owner() {
+        static pid_t pid = 0;
+        return pid;
+    }
+    std::unique_lock<std::mutex> lock_;
+};
+
+// Runs call on the shared connection, and once more on a new one when the
+// connection had broken (the request then never reached the bus).
+template <typename Call> auto OnBus(Call call) -> decltype(call(static_cast<sd_bus*>(nullptr))) {
+    for (int attempt = 0;; ++attempt) {
+        Connection bus;
+        if (!bus) return call(nullptr);
+        auto result = call(bus.get());
+        if (attempt == 1 || sd_bus_is_open(bus.get()) > 0) return result;
+    }
 }
 
 Veto VetoOf(const std::string& name) {
@@ -146,8 +193,7 @@ const char* VetoName(Veto veto) {
 void UDisks::AllowInteraction(bool allow) { gInteraction = allow; }
 
 bool UDisks::Available() {
-    const Bus bus = Open();
-    return bus && NameHasOwner(bus.get());
+    return OnBus([](sd_bus* bus) { return bus != nullptr && NameHasOwner(bus); });
 }
 
 std::string UDisks::BlockObject(const std::string& kernelName) {
@@ -165,57 +211,62 @@ std::string UDisks::BlockObject(const std::string& kernelName) {
 }
 
 std::optional<UDisks::Identity> UDisks::IdOf(const std::string& kernelName) {
-    const Bus bus = Open();
-    if (!bus || !NameHasOwner(bus.get())) return std::nullopt;
-    const std::string path = BlockObject(kernelName);
-    auto label = StringProperty(bus.get(), path, "org.freedesktop.UDisks2.Block", "IdLabel");
-    auto type = StringProperty(bus.get(), path, "org.freedesktop.UDisks2.Block", "IdType");
-    if (!label || !type) return std::nullopt;
-    Identity id{*label, *type, StringProperty(bus.get(), path, "org.freedesktop.UDisks2.Block", "IdUUID").value_or("")};
-    return id;
+    return OnBus([&](sd_bus* bus) -> std::optional<Identity> {
+        if (bus == nullptr || !NameHasOwner(bus)) return std::nullopt;
+        const std::string path = BlockObject(kernelName);
+        auto label = StringProperty(bus, path, "org.freedesktop.UDisks2.Block", "IdLabel");
+        auto type = StringProperty(bus, path, "org.freedesktop.UDisks2.Block", "IdType");
+        if (!label || !type) return std::nullopt;
+        return Identity{*label, *type,
+                        StringProperty(bus, path, "org.freedesktop.UDisks2.Block", "IdUUID").value_or("")};
+    });
 }
 
 BusResult UDisks::Unmount(const std::string& kernelName) {
-    const Bus bus = Open();
-    if (!bus) return {Veto::Failed, "", "no system bus"};
-    BusResult r = CallWithOptions(bus.get(), BlockObject(kernelName), "org.freedesktop.UDisks2.Filesystem", "Unmount");
+    BusResult r = OnBus([&](sd_bus* bus) -> BusResult {
+        if (bus == nullptr) return kNoBus;
+        return CallWithOptions(bus, BlockObject(kernelName), "org.freedesktop.UDisks2.Filesystem", "Unmount");
+    });
     if (r.error.find("NotMounted") != std::string::npos) return {};
     return r;
 }
 
 BusResult UDisks::Mount(const std::string& kernelName) {
-    const Bus bus = Open();
-    if (!bus) return {Veto::Failed, "", "no system bus"};
-    return CallWithOptions(bus.get(), BlockObject(kernelName), "org.freedesktop.UDisks2.Filesystem", "Mount");
+    return OnBus([&](sd_bus* bus) -> BusResult {
+        if (bus == nullptr) return kNoBus;
+        return CallWithOptions(bus, BlockObject(kernelName), "org.freedesktop.UDisks2.Filesystem", "Mount");
+    });
 }
 
 BusResult UDisks::PowerOff(const std::string& kernelName) {
-    const Bus bus = Open();
-    if (!bus) return {Veto::Failed, "", "no system bus"};
-    const std::string block = BlockObject(kernelName);
-    const auto drive = ObjectProperty(bus.get(), block, "org.freedesktop.UDisks2.Block", "Drive");
-    if (!drive) return {Veto::NoDevice, "", "udisks2 does not know " + kernelName};
-    if (*drive == "/") {
-        if (HasInterface(bus.get(), block, "org.freedesktop.UDisks2.Loop", "BackingFile"))
-            return CallWithOptions(bus.get(), block, "org.freedesktop.UDisks2.Loop", "Delete");
-        return {Veto::Failed, "", kernelName + " has no drive that could be powered off"};
-    }
-    if (BoolProperty(bus.get(), *drive, "org.freedesktop.UDisks2.Drive", "CanPowerOff").value_or(false))
-        return CallWithOptions(bus.get(), *drive, "org.freedesktop.UDisks2.Drive", "PowerOff");
-    return CallWithOptions(bus.get(), *drive, "org.freedesktop.UDisks2.Drive", "Eject");
+    return OnBus([&](sd_bus* bus) -> BusResult {
+        if (bus == nullptr) return kNoBus;
+        const std::string block = BlockObject(kernelName);
+        const auto drive = ObjectProperty(bus, block, "org.freedesktop.UDisks2.Block", "Drive");
+        if (!drive) return {Veto::NoDevice, "", "udisks2 does not know " + kernelName};
+        if (*drive == "/") {
+            if (HasInterface(bus, block, "org.freedesktop.UDisks2.Loop", "BackingFile"))
+                return CallWithOptions(bus, block, "org.freedesktop.UDisks2.Loop", "Delete");
+            return {Veto::Failed, "", kernelName + " has no drive that could be powered off"};
+        }
+        if (BoolProperty(bus, *drive, "org.freedesktop.UDisks2.Drive", "CanPowerOff").value_or(false))
+            return CallWithOptions(bus, *drive, "org.freedesktop.UDisks2.Drive", "PowerOff");
+        return CallWithOptions(bus, *drive, "org.freedesktop.UDisks2.Drive", "Eject");
+    });
 }
 
 BusResult UDisks::SetLabel(const std::string& kernelName, const std::string& label) {
-    const Bus bus = Open();
-    if (!bus) return {Veto::Failed, "", "no system bus"};
-    return CallWithOptions(bus.get(), BlockObject(kernelName), "org.freedesktop.UDisks2.Filesystem", "SetLabel",
-                           &label);
+    return OnBus([&](sd_bus* bus) -> BusResult {
+        if (bus == nullptr) return kNoBus;
+        return CallWithOptions(bus, BlockObject(kernelName), "org.freedesktop.UDisks2.Filesystem", "SetLabel", &label);
+    });
 }
 
 BusResult UDisks::Lock(const std::string& kernelName) {
-    const Bus bus = Open();
-    if (!bus) return {Veto::Failed, "", "no system bus"};
-    return CallWithOptions(bus.get(), BlockObject(kernelName), "org.freedesktop.UDisks2.Encrypted", "Lock");
+    return OnBus([&](sd_bus* bus) -> BusResult {
+        if (bus == nullptr) return kNoBus;
+        return CallWithOptions(bus, BlockObject(kernelName), "org.freedesktop.UDisks2.Encrypted", "Lock");
+    });
 }
 
 } // namespace linuxbk

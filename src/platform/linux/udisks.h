@@ -2,8 +2,10 @@
 // A client of the udisks2 storage daemon on the system bus (sd-bus). Unless
 // the process allows it (the window, or kestrinectl --interactive), every
 // call passes auth.no_user_interaction, so a missing authorisation is a
-// refusal at once, never a password prompt nobody sees. A new connection is
-// opened per operation: the daemon may come and go.
+// refusal at once, never a password prompt nobody sees. The process keeps one
+// connection to the system bus, opened when first needed and again when it
+// broke; whether udisks2 runs is asked each time, as the daemon may come and
+// go.
 #include <optional>
 #include <string>
 

@@ -2,6 +2,9 @@
 
 #include <cctype>
 #include <cstring>
+#include <map>
+#include <mutex>
+#include <tuple>
 
 #include <blkid/blkid.h>
 #include <fcntl.h>
@@ -77,32 +80,73 @@ Found FromBlkid(const std::string& devNode) {
 
 } // namespace
 
-VolumeId IdentifyVolume(const DriveRecord& drive) {
-    VolumeId id;
-    if (drive.kind == DriveKind::Network || !drive.Ready()) {
-        id.type = drive.fsType;
-        id.from = "mount";
-        return id;
-    }
+namespace {
+
+VolumeId Identify(const DriveRecord& drive) {
     const std::string mountType = drive.fsType == "fuseblk" ? std::string() : drive.fsType;
+    if (drive.major != 0) {
+        const Found f = FromUdev(drive.major, drive.minor);
+        if (f.answered) return {f.label, f.type, f.uuid, "udev"};
+    }
     if (drive.block) {
         if (const auto u = UDisks::IdOf(drive.block->name); u && !u->type.empty()) {
             return {u->label, u->type, u->uuid, "udisks2"};
         }
     }
-    if (drive.major != 0) {
-        const Found f = FromUdev(drive.major, drive.minor);
-        if (f.answered) return {f.label, f.type, f.uuid, "udev"};
-    }
     const Found byIoctl = FromIoctl(drive.mountPoint);
     Found probe;
     if (!drive.devNode.empty()) probe = FromBlkid(drive.devNode); // the UUID, and the type behind fuseblk
-    if (byIoctl.answered) {
-        id = {byIoctl.label, mountType.empty() ? probe.type : mountType, probe.uuid, "ioctl"};
-        return id;
-    }
+    if (byIoctl.answered) return {byIoctl.label, mountType.empty() ? probe.type : mountType, probe.uuid, "ioctl"};
     if (probe.answered) return {probe.label, probe.type, probe.uuid, "blkid"};
     return {"", mountType, "", "mount"};
+}
+
+struct Kept {
+    std::mutex mutex;
+    std::map<std::tuple<std::uint32_t, std::uint32_t, std::uint64_t>, VolumeId> ids; // major, minor, mount serial
+    std::uint64_t identified = 0;
+};
+
+Kept& Cache() {
+    static Kept kept;
+    return kept;
+}
+
+} // namespace
+
+VolumeId IdentifyVolume(const DriveRecord& drive) {
+    if (drive.kind == DriveKind::Network || !drive.Ready()) return {"", drive.fsType, "", "mount"};
+    Kept& kept = Cache();
+    const auto key = std::make_tuple(drive.major, drive.minor, drive.mountSerial);
+    const bool keep = drive.mountSerial != 0 && (drive.major != 0 || drive.minor != 0);
+    if (keep) {
+        const std::lock_guard lock(kept.mutex);
+        if (const auto it = kept.ids.find(key); it != kept.ids.end()) return it->second;
+    }
+    VolumeId id = Identify(drive);
+    const std::lock_guard lock(kept.mutex);
+    ++kept.identified;
+    if (keep) {
+        // What was kept for an earlier mount of the device is stale now.
+        std::erase_if(kept.ids, [&](const auto& entry) {
+            return std::get<0>(entry.first) == drive.major && std::get<1>(entry.first) == drive.minor;
+        });
+        kept.ids.emplace(key, id);
+    }
+    return id;
+}
+
+void ForgetVolume(std::uint32_t major, std::uint32_t minor) {
+    Kept& kept = Cache();
+    const std::lock_guard lock(kept.mutex);
+    std::erase_if(kept.ids, [&](const auto& entry) {
+        return (major == 0 && minor == 0) || (std::get<0>(entry.first) == major && std::get<1>(entry.first) == minor);
+    });
+}
+
+std::uint64_t VolumeIdentifications() {
+    const std::lock_guard lock(Cache().mutex);
+    return Cache().identified;
 }
 
 std::uint32_t SerialFromUuid(const std::string& uuid) {

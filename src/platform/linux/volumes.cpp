@@ -165,6 +165,7 @@ bool LinuxVolumes::SetVolumeLabelA(const std::string& root, const std::string& l
         return false;
     }
     const std::string block = d->block->name;
+    const std::uint32_t major = d->major, minor = d->minor;
     BusResult r = UDisks::SetLabel(block, label);
     // Some file systems (FAT, exFAT, NTFS) take a new label only while
     // unmounted: as a desktop's disk tool does, unmount, label and mount again.
@@ -177,6 +178,7 @@ bool LinuxVolumes::SetVolumeLabelA(const std::string& root, const std::string& l
         }
     }
     if (!r.ok()) labelError_ = std::string(VetoName(r.veto)) + ": " + Trim(r.detail);
+    ForgetVolume(major, minor);
     return r.ok();
 }
 
