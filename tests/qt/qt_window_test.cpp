@@ -5,6 +5,7 @@
 
 #include <QAction>
 #include <QComboBox>
+#include <QElapsedTimer>
 #include <QFontDatabase>
 #include <QLabel>
 #include <QLineEdit>
@@ -13,6 +14,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QTest>
+#include <QTimer>
 #include <QTreeWidget>
 #include <QWindow>
 
@@ -260,6 +262,25 @@ TEST_F(ShownWindow, ThePopUpMenuShowsItsDefaultEntryInBoldAndReportsTheChoice) {
     EXPECT_EQ(events.Take(), std::vector<std::string>{"Click mnuPopup8"});
 }
 
+// Staying on top is told to the window system for the shown window: the
+// window is not destroyed and made again (which costs a repaint and loses
+// its place on some desktops).
+TEST_F(ShownWindow, StayingOnTopKeepsTheWindowItIs) {
+    QWidget* widget = window.Widget();
+    QWindow* native = widget->windowHandle();
+    const WId id = widget->winId();
+    window.SetTopmost(true);
+    EXPECT_TRUE(window.Topmost());
+    EXPECT_EQ(widget->windowHandle(), native);
+    EXPECT_EQ(widget->winId(), id);
+    EXPECT_TRUE(widget->isVisible());
+    EXPECT_TRUE(native->flags().testFlag(Qt::WindowStaysOnTopHint));
+    window.SetTopmost(false);
+    EXPECT_FALSE(window.Topmost());
+    EXPECT_EQ(widget->winId(), id);
+    EXPECT_FALSE(native->flags().testFlag(Qt::WindowStaysOnTopHint));
+}
+
 TEST_F(ShownWindow, MinimisingRaisesResizeAndTheCloseBoxAsksTheLogic) {
     window.SetWindowState(app::kStateMinimized);
     QTest::qWait(20);
@@ -364,6 +385,37 @@ TEST(QtWindowSystem, TheWorkAreaTopmostAndOtherWindowsAreHandled) {
     // Properties and procedures are the backend's.
     EXPECT_TRUE(windows.SetPropA(window.hWnd(), "kestrine", 7));
     EXPECT_EQ(machine.GetPropA(window.hWnd(), "kestrine"), 7);
+}
+
+// A timed wait sleeps in the event loop until something comes: a timer that
+// fires meanwhile ends it long before its limit, and with nothing to come
+// it still ends. On a simulated machine the machine's clock moves.
+TEST(QtWindowSystem, ATimedWaitEndsWhenAMessageComesOrTheTimeIsUp) {
+    fake::Machine machine;
+    QtWindow window;
+    qtui::QtWindowSystem windows(machine, window);
+    bool fired = false;
+    QTimer::singleShot(20, [&] { fired = true; });
+    QElapsedTimer clock;
+    clock.start();
+    int waits = 0;
+    while (!fired && clock.elapsed() < 20000) {
+        windows.WaitForMessages(30.0f);
+        windows.DoEvents();
+        ++waits;
+    }
+    EXPECT_TRUE(fired);
+    EXPECT_LT(clock.elapsed(), 20000) << "the wait ended with the message";
+    EXPECT_LT(waits, 20) << "each wait slept until something came, never spinning";
+
+    clock.restart();
+    windows.WaitForMessages(0.1f);
+    EXPECT_LT(clock.elapsed(), 20000) << "with nothing to come, the wait ends at its limit";
+
+    qtui::QtWindowSystem simulated(machine, window, true);
+    const double before = machine.Now();
+    simulated.WaitForMessages(0.5f);
+    EXPECT_GT(machine.Now(), before + 0.4);
 }
 
 } // namespace

@@ -26,6 +26,7 @@
 #include <QScrollBar>
 #include <QTimer>
 #include <QTreeWidget>
+#include <QWindow>
 #include <algorithm>
 #include <cmath>
 #include <map>
@@ -701,9 +702,16 @@ void QtWindow::RestoreAndRaise() {
 void QtWindow::SetTopmost(bool topmost) {
     QMainWindow& main = impl_->main;
     if (Topmost() == topmost) return;
-    const bool visible = main.isVisible();
-    main.setWindowFlag(Qt::WindowStaysOnTopHint, topmost);
-    if (visible) main.show(); // changing the flags hides a shown window
+    Qt::WindowFlags flags = main.windowFlags();
+    flags.setFlag(Qt::WindowStaysOnTopHint, topmost);
+    if (QWindow* native = main.windowHandle(); native != nullptr && main.isVisible()) {
+        // Told to the window system for the window as it is: new flags on a
+        // shown widget would destroy its window and make a new one.
+        main.overrideWindowFlags(flags);
+        native->setFlags(flags);
+    } else {
+        main.setWindowFlags(flags);
+    }
 }
 
 bool QtWindow::Topmost() const { return impl_->main.windowFlags().testFlag(Qt::WindowStaysOnTopHint); }
