@@ -163,7 +163,7 @@ void LetterMap::Build(const std::vector<MountEntry>& mounts) {
     }
 
     // Optical drives are drives with or without a medium.
-    for (const auto& b : sysfs_.All()) {
+    for (const auto& b : sysfs_.All("sr")) {
         if (!b.name.starts_with("sr") || b.partition != 0 || known(b.devNode)) continue;
         DriveRecord d;
         d.kind = DriveKind::Optical;

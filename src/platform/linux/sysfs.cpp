@@ -122,10 +122,11 @@ std::optional<BlockDevice> Sysfs::ByName(const std::string& name) const {
     return fromPath(RealPath(root_ + "/class/block/" + name));
 }
 
-std::vector<BlockDevice> Sysfs::All() const {
+std::vector<BlockDevice> Sysfs::All(std::string_view prefix) const {
     std::vector<BlockDevice> out;
     std::error_code ec;
     for (const auto& entry : fs::directory_iterator(root_ + "/class/block", ec)) {
+        if (!entry.path().filename().string().starts_with(prefix)) continue;
         if (auto b = fromPath(RealPath(entry.path().string()))) out.push_back(std::move(*b));
     }
     std::sort(out.begin(), out.end(),

@@ -73,8 +73,9 @@ public:
 
     std::optional<BlockDevice> ByNumber(std::uint32_t major, std::uint32_t minor) const;
     std::optional<BlockDevice> ByName(const std::string& name) const;
-    // Every block device, sorted by kernel name.
-    std::vector<BlockDevice> All() const;
+    // Every block device, sorted by kernel name; with a prefix, only those
+    // whose kernel name starts with it (the others' attributes are not read).
+    std::vector<BlockDevice> All(std::string_view prefix = {}) const;
     // Whole disks only (no partitions), sorted by kernel name.
     std::vector<DiskInfo> Disks() const;
     std::optional<DiskInfo> Disk(const std::string& diskName) const;
