@@ -1,7 +1,9 @@
 // kestrine: the logic on the Linux backend, in the Qt window. Without a
 // display (or with --list) it says so and prints the drive list the window
 // would show, from the same logic run in the headless window.
+#include <QAbstractScrollArea>
 #include <QApplication>
+#include <QEvent>
 #include <QStyleFactory>
 #include <QTimer>
 #include <cstdio>
@@ -29,7 +31,8 @@ constexpr const char* kUsage = "Usage: kestrine [OPTION...] [DRIVE]\n"
                                "  --list            print the drive list the window would show, and exit\n"
                                "  --machine FILE    a simulated machine (a description as kestrine-sim reads it)\n"
                                "                    in place of this computer\n"
-                               "  --print-rows      once the window shows, print its caption and rows\n"
+                               "  --print-rows      print the window's caption and rows once it shows, and\n"
+                               "                    again whenever a repaint shows other rows\n"
                                "  --help            this help\n"
                                "  --version         the version\n"
                                "Without a display the drive list is printed, as with --list.\n";
@@ -64,16 +67,45 @@ int PrintDriveList(const std::string& commandLine) {
     return PrintDriveList(services);
 }
 
-void PrintRows(const qtui::QtWindow& window) {
-    std::printf("caption: %s\n", window.Text(app::Ctl::frmMain).c_str());
+std::string Rows(const qtui::QtWindow& window) {
+    std::string text = "caption: " + window.Text(app::Ctl::frmMain) + "\n";
     for (int i = 1; i <= window.ItemCount(app::Ctl::ListView1); ++i) {
         std::string row = window.ItemText(app::Ctl::ListView1, i);
         for (int sub = 1; sub < window.ColumnCount(app::Ctl::ListView1); ++sub)
             row += " | " + window.SubItem(app::Ctl::ListView1, i, sub);
-        std::printf("row: %s\n", row.c_str());
+        text += "row: " + row + "\n";
     }
-    std::fflush(stdout);
+    return text;
 }
+
+// Prints the caption and rows once the window shows, and again after each
+// repaint of the list that shows other rows (how long a change takes to
+// reach the screen can be measured from outside).
+class RowPrinter : public QObject {
+public:
+    explicit RowPrinter(const qtui::QtWindow& window) : window_(window) {
+        if (auto* list = qobject_cast<QAbstractScrollArea*>(window.ControlWidget(app::Ctl::ListView1)))
+            list->viewport()->installEventFilter(this);
+        QTimer::singleShot(0, this, [this] { print(); });
+    }
+
+protected:
+    bool eventFilter(QObject*, QEvent* event) override {
+        if (event->type() == QEvent::Paint) QTimer::singleShot(0, this, [this] { print(); });
+        return false;
+    }
+
+private:
+    void print() {
+        const std::string rows = Rows(window_);
+        if (rows == printed_) return;
+        printed_ = rows;
+        std::fputs(rows.c_str(), stdout);
+        std::fflush(stdout);
+    }
+    const qtui::QtWindow& window_;
+    std::string printed_;
+};
 
 // A machine description, or the one a scenario holds; one sentence on
 // standard error when it cannot be had.
@@ -106,7 +138,7 @@ int RunWindow(platform::Services& services, qtui::QtWindow& window, bool printRo
     form.Form_Load();
     if (form.Ended()) return 0; // another instance took over
     window.Show();
-    if (printRows) QTimer::singleShot(0, [&window] { PrintRows(window); });
+    std::unique_ptr<RowPrinter> printer = printRows ? std::make_unique<RowPrinter>(window) : nullptr;
     return QApplication::exec();
 }
 
