@@ -36,7 +36,7 @@ set(CPACK_PACKAGE_NAME kestrine)
 set(CPACK_PACKAGE_VENDOR "Kestrine")
 set(CPACK_PACKAGE_CONTACT "Kestrine developers <kestrine@localhost>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "watch the drives and release USB drives safely")
-set(CPACK_PACKAGE_DESCRIPTION
+string(CONCAT CPACK_PACKAGE_DESCRIPTION
     "Kestrine lists every drive of the computer with its label, kind and sizes,\n"
     "reacts when a drive comes or goes, and releases USB drives: every file\n"
     "system of the stick unmounted, dm-crypt and LVM volumes on it taken down,\n"
