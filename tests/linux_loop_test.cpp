@@ -377,9 +377,12 @@ TEST(LinuxLoopDrives, EachVolumeIsIdentifiedOncePerMount) {
     auto services = sys.Services();
     const DriveRecord* d = DriveAt(sys, a->mountPoint);
     ASSERT_NE(d, nullptr);
-    const std::string root = d->Root();
     const std::uint32_t major = d->major, minor = d->minor;
+    // Found by its mount point each time: mounted anew, it may get another letter.
     auto label = [&] {
+        const DriveRecord* now = DriveAt(sys, a->mountPoint);
+        if (now == nullptr) return std::string("no drive");
+        const std::string root = now->Root();
         std::array<char, 32> name{}, fileSystem{};
         std::uint32_t serial = 0, maxName = 0, flags = 0;
         if (!services.volumes.GetVolumeInformationA(root, name, serial, maxName, flags, fileSystem))
