@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs what Kestrine needs on Debian 12, with apt-get. Packages already
 # present are not asked for again.
-#   scripts/deps.sh        everything: building, running and testing
-#   scripts/deps.sh run    only what building and running the program needs
+#   scripts/deps.sh                 everything: building, running and testing
+#   scripts/deps.sh run             only what building and running the program needs
+#   scripts/deps.sh MODE PACKAGE... the packages of MODE (all or run) and these too
 set -euo pipefail
 
 run=(
@@ -16,6 +17,7 @@ tests=(
 )
 packages=("${run[@]}")
 [ "${1:-all}" = run ] || packages+=("${tests[@]}")
+packages+=("${@:2}")
 
 missing=()
 for p in "${packages[@]}"; do

@@ -5,17 +5,7 @@
 # installed programs and pages, and removes the package again.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-./scripts/deps.sh run
-extra=(dpkg-dev desktop-file-utils man-db groff-base file)
-missing=()
-for p in "${extra[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  SUDO=""; [ "$(id -u)" -ne 0 ] && SUDO=sudo
-  $SUDO apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-fi
+./scripts/deps.sh run dpkg-dev desktop-file-utils man-db groff-base file
 
 echo "package: the desktop entry and the manual pages"
 desktop-file-validate res/linux/kestrine.desktop
