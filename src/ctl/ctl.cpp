@@ -1,4 +1,5 @@
 #include "ctl/ctl.h"
+#include "ctl/shown.h"
 
 #include <algorithm>
 #include <array>
@@ -119,17 +120,6 @@ std::string CString(const std::array<char, 261>& b) { return std::string(b.data(
 
 char UpperLetter(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
-std::string Lower(std::string text) {
-    for (char& c : text)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return text;
-}
-
-std::string Upper(std::string text) {
-    for (char& c : text) c = UpperLetter(c);
-    return text;
-}
-
 // A drive named by what it holds (a mount point, a device node, a label or
 // a UUID) rather than by its letter: when it names nothing, the drive is not
 // there, rather than the argument being wrong.
@@ -154,26 +144,6 @@ std::string Size(std::uint64_t bytes) {
 // U+FFFD, so the document stays valid JSON whatever the system holds.
 std::string Dump(const Json& doc, int indent = 2) {
     return doc.dump(indent, ' ', false, Json::error_handler_t::replace);
-}
-
-// Text from the system as a terminal line may show it: control characters
-// (a newline in a process name, an escape sequence in a label) are written
-// as \xNN, so they can neither forge lines nor reach the terminal.
-std::string Shown(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    for (const char c : text) {
-        const auto u = static_cast<unsigned char>(c);
-        if (u < 0x20 || u == 0x7F) {
-            static constexpr char kHex[] = "0123456789abcdef";
-            out += "\\x";
-            out += kHex[u >> 4];
-            out += kHex[u & 0xF];
-        } else {
-            out += c;
-        }
-    }
-    return out;
 }
 
 Json PlaceJson(const std::optional<DrivePlace>& p, bool mount) {
@@ -217,6 +187,23 @@ const char* kProgram = "kestrinectl: ";
 constexpr std::int32_t kVetoInsufficientRights = 12;
 
 } // namespace
+
+std::string Shown(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (const char c : text) {
+        const auto u = static_cast<unsigned char>(c);
+        if (u < 0x20 || u == 0x7F) {
+            static constexpr char kHex[] = "0123456789abcdef";
+            out += "\\x";
+            out += kHex[u >> 4];
+            out += kHex[u & 0xF];
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
 
 std::string VetoTypeName(std::int32_t type) {
     static constexpr const char* kNames[] = {"Unknown",
@@ -295,11 +282,11 @@ std::optional<std::string> Tool::Resolve(const std::string& text) {
         return std::nullopt;
     }
     if (t.starts_with("UUID=")) {
-        const std::string uuid = Lower(t.substr(5));
+        const std::string uuid = vb::UCase(t.substr(5));
         if (!ctx_.uuid || uuid.empty()) return std::nullopt;
         for (const auto& d : state_->services.fso.Drives()) {
             const std::string root = d.DriveLetter + ":\\";
-            if (Lower(ctx_.uuid(root)) == uuid) return root;
+            if (vb::UCase(ctx_.uuid(root)) == uuid) return root;
         }
         return std::nullopt;
     }
@@ -379,7 +366,9 @@ ReleaseResult Tool::Eject(const std::string& root) {
             parts.push_back("veto " + VetoTypeName(r.veto->type) + (r.veto->name.empty() ? "" : ": " + r.veto->name));
         if (!r.holders.empty()) {
             const auto& first = r.holders.front();
-            const std::string tag = "[" + std::to_string(first.pid) + "]";
+            std::string tag = "["; // built in steps: "[" + std::to_string(...) trips GCC 12's -Wrestrict
+            tag += std::to_string(first.pid);
+            tag += ']';
             const bool others = std::any_of(r.holders.begin(), r.holders.end(),
                                             [&](const platform::ProcessHold& h) { return h.pid != first.pid; });
             // Named once: the refusal may name the holder itself.
@@ -479,175 +468,6 @@ std::vector<WatchEvent> Tool::Seen(std::uint32_t message, std::uintptr_t wParam)
         if (!e.detail.empty()) events.push_back(std::move(e));
     }
     return events;
-}
-
-// --- the command line ---
-
-const std::vector<std::string>& ListColumns() {
-    static const std::vector<std::string> kColumns = {"ROOT",  "LABEL", "KIND", "BUS",   "FS",
-                                                      "TOTAL", "USED",  "FREE", "MOUNT", "DEVICE"};
-    return kColumns;
-}
-
-Parsed ParseArgs(const std::vector<std::string>& args) {
-    Parsed p;
-    Options& o = p.options;
-    static const std::vector<std::string> kCommands = {"list", "release", "who", "watch", "serial", "help"};
-    bool positionalOnly = false;
-    auto columns = [&](const std::string& list) {
-        std::size_t at = 0;
-        while (at <= list.size()) {
-            const std::size_t comma = list.find(',', at);
-            const std::string name =
-                Upper(list.substr(at, comma == std::string::npos ? std::string::npos : comma - at));
-            const auto& known = ListColumns();
-            if (std::find(known.begin(), known.end(), name) == known.end()) {
-                std::string all;
-                for (const auto& k : known) all += (all.empty() ? "" : ",") + k;
-                p.error = "Unknown column \"" + name + "\"; the columns are " + all + ".";
-                return;
-            }
-            o.columns.push_back(name);
-            if (comma == std::string::npos) break;
-            at = comma + 1;
-        }
-    };
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        const bool option = !positionalOnly && a.size() > 1 && a[0] == '-' && a != "-";
-        if (!option) {
-            if (o.command.empty() && !positionalOnly) {
-                if (std::find(kCommands.begin(), kCommands.end(), a) == kCommands.end()) {
-                    p.error = "Unknown command " + a + "; the commands are list, release, who, watch and serial.";
-                } else if (a == "help") {
-                    o.help = true;
-                    o.command = "";
-                    if (i + 1 < args.size()) o.command = args[++i];
-                } else {
-                    o.command = a;
-                }
-            } else {
-                o.roots.push_back(a);
-            }
-        } else if (a == "--") {
-            positionalOnly = true;
-        } else if (a == "--help" || a == "-h") {
-            o.help = true;
-        } else if (a == "--version" || a == "-V") {
-            o.version = true;
-        } else if (a == "--json") {
-            o.json = true;
-        } else if (a == "--usb") {
-            o.usb = true;
-        } else if (a == "--all-usb") {
-            o.allUsb = true;
-        } else if (a == "-q" || a == "--quiet") {
-            o.quiet = true;
-        } else if (a == "-n" || a == "--noheadings") {
-            o.noHeadings = true;
-        } else if (a == "--interactive") {
-            o.interactive = true;
-        } else if (a == "-o" || a == "--output") {
-            if (i + 1 < args.size())
-                columns(args[++i]);
-            else
-                p.error = "The option " + a + " needs a list of columns, such as ROOT,LABEL,FREE.";
-        } else if (a.starts_with("--output=") || (a.starts_with("-o") && a.size() > 2)) {
-            columns(a.substr(a[1] == 'o' ? 2 : 9));
-        } else if (a == "--machine" || a.starts_with("--machine=")) {
-            if (a != "--machine") {
-                o.machine = a.substr(10);
-            } else if (i + 1 < args.size()) {
-                o.machine = args[++i];
-            }
-            if (o.machine.empty()) p.error = "The option --machine needs a machine description file.";
-        } else {
-            p.error = "Unknown option " + Shown(a) + ".";
-        }
-        if (!p.error.empty()) return p;
-    }
-    if (o.help || o.version) return p;
-    auto option = [&](bool set, const char* name, const char* allowed) {
-        if (set && p.error.empty())
-            p.error = std::string("The option ") + name + " belongs to " + allowed + ", not to " + o.command + ".";
-    };
-    if (o.command.empty()) {
-        p.error = "No command given; the commands are list, release, who, watch and serial.";
-    } else if (o.command == "list" || o.command == "watch") {
-        if (!o.roots.empty())
-            p.error = "The command " + o.command + " takes no drive, but " + Shown(o.roots[0]) + " was given.";
-        option(o.usb && o.command == "watch", "--usb", "list");
-        option(o.allUsb, "--all-usb", "release");
-        option(o.interactive, "--interactive", "release");
-        option(!o.columns.empty() && o.command == "watch", "-o", "list");
-        option(o.noHeadings && o.command == "watch", "-n", "list");
-    } else if (o.command == "release") {
-        if (o.roots.empty() && !o.allUsb) p.error = "The command release needs a drive (such as E:) or --all-usb.";
-        option(o.usb, "--usb", "list");
-        option(!o.columns.empty(), "-o", "list");
-        option(o.noHeadings, "-n", "list");
-    } else { // who, serial
-        if (o.roots.size() != 1) p.error = "The command " + o.command + " needs exactly one drive (such as E:).";
-        option(o.usb, "--usb", "list");
-        option(o.allUsb, "--all-usb", "release");
-        option(o.interactive, "--interactive", "release");
-        option(!o.columns.empty(), "-o", "list");
-        option(o.noHeadings && o.command == "serial", "-n", "list and who");
-    }
-    return p;
-}
-
-std::string Usage(const std::string& command) {
-    const std::string drive = "DRIVE is E, E: or E:\\, a mount point, a device node, LABEL=... or UUID=...\n";
-    if (command == "list")
-        return "Usage: kestrinectl list [--usb] [-o COLUMNS] [-n] [--json]\n"
-               "Lists every drive as the Kestrine window lists it (root, label, kind), with its bus,\n"
-               "file system and total, used and free bytes; on Linux also the mount point and device node.\n"
-               "  --usb         USB drives only\n"
-               "  -o COLUMNS    the columns to show, such as ROOT,LABEL,FREE (of ROOT, LABEL, KIND, BUS,\n"
-               "                FS, TOTAL, USED, FREE, MOUNT, DEVICE)\n"
-               "  -n            no heading line\n"
-               "  --json        one JSON document (see docs/kestrinectl.md)\n";
-    if (command == "release")
-        return "Usage: kestrinectl release DRIVE... [--all-usb] [--interactive] [-q] [--json]\n"
-               "Releases USB drives as the window's release command does: checks the bus, closes this\n"
-               "program's open handles on the drive and asks the system to eject it (4 attempts, 300 ms\n"
-               "apart). The system drive is never released. A refusal names what blocked it.\n" +
-               drive +
-               "  --all-usb      every USB drive\n"
-               "  --interactive  let the system ask for authorisation on this terminal when it is needed\n"
-               "  -q             say nothing when a drive was released\n"
-               "  --json         one JSON document\n";
-    if (command == "who")
-        return "Usage: kestrinectl who DRIVE [-n] [--json]\n"
-               "Lists the processes holding files, folders or their working directory on the drive,\n"
-               "with process id, name and what they hold. Nothing is released.\n" +
-               drive +
-               "  -n      no heading line\n"
-               "  --json  one JSON document\n";
-    if (command == "watch")
-        return "Usage: kestrinectl watch [--json]\n"
-               "Prints one line per device arrival, removal and drive change until interrupted.\n"
-               "  --json  one JSON object per line\n";
-    if (command == "serial")
-        return "Usage: kestrinectl serial DRIVE [--json]\n"
-               "Prints the disk serial text and the PNP device ID of the drive's disk, as the window shows them.\n" +
-               drive + "  --json  one JSON document\n";
-    return "Usage: kestrinectl COMMAND [OPTIONS]\n"
-           "Commands:\n"
-           "  list [--usb] [-o COLUMNS] [-n] [--json]                    the drives\n"
-           "  release DRIVE... [--all-usb] [--interactive] [-q] [--json]  release USB drives\n"
-           "  who DRIVE [-n] [--json]                                    the processes holding a drive\n"
-           "  watch [--json]                                             device and drive events until interrupted\n"
-           "  serial DRIVE [--json]                                      the disk serial and PNP device ID\n" +
-           drive +
-           "Options for every command:\n"
-           "  --machine FILE.json  run against a simulated machine instead of this system\n"
-           "  --help               the help of a command\n"
-           "  --version            the version\n"
-           "  --                   what follows is no option\n"
-           "Exit codes: 0 success, 1 system error, 2 bad arguments, 3 not found,\n"
-           "            4 not a USB drive, 5 in use or refused.\n";
 }
 
 int Tool::Run(const Options& o, std::ostream& out, std::ostream& err, WatchLoop* watchLoop) {
