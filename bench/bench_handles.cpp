@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "app/program.h"
+#include "core/program.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 #include "release/modLockFileInfo.h"

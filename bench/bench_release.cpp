@@ -7,9 +7,9 @@
 #include <string>
 
 #include "app/frmMain.h"
+#include "app/release_command.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
-#include "release/release_command.h"
 
 namespace {
 

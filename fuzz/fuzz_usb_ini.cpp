@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "app/program.h"
+#include "core/program.h"
 #include "drives/cDrive.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"

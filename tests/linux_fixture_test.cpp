@@ -10,7 +10,7 @@
 #include <functional>
 #include <memory>
 
-#include "app/program.h"
+#include "core/program.h"
 #include "drives/modGetDriveSerialNumber.h"
 #include "drives/modGetDriveType.h"
 #include "platform/fake/headless_view.h"

@@ -11,7 +11,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include "app/program.h"
+#include "core/program.h"
 #include "drives/modGetDriveSerialNumber.h"
 #include "drives/modGetDriveType.h"
 #include "linux_test_support.h"

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "app/program.h"
+#include "core/program.h"
 #include "drives/cDrive.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"

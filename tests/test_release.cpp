@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "app/frmMain.h"
+#include "app/release_command.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
-#include "release/release_command.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "app/frmMain.h"
+#include "app/shell_notify.h"
 #include "drives/cDrive.h"
-#include "notify/shell_notify.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 

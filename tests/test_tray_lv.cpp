@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "app/frmMain.h"
-#include "app/program.h"
+#include "core/program.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 #include "ui/cLV.h"

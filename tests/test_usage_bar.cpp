@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "app/program.h"
+#include "core/program.h"
 #include "drives/cDrive.h"
 #include "kestrine-sim/scenario.h"
 #include "platform/fake/headless_view.h"

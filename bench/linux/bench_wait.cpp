@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "app/program.h"
+#include "core/program.h"
 #include "platform/fake/headless_view.h"
 #include "platform/linux/system.h"
 #include "platform/qt/qt_window.h"

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "app/frmMain.h"
-#include "app/vb.h"
+#include "core/vb.h"
 
 namespace app {
 

@@ -1,9 +1,9 @@
 #include "app/frmMain.h"
 
-#include "app/vb.h"
+#include "app/device_change.h"
+#include "app/release_command.h"
+#include "core/vb.h"
 #include "drives/cDrive.h"
-#include "notify/device_change.h"
-#include "release/release_command.h"
 #include "ui/cLV.h"
 #include "ui/cTray.h"
 

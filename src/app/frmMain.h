@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "app/program.h"
-#include "app/view.h"
+#include "core/program.h"
+#include "core/view.h"
 
 namespace ui {
 class cLV;

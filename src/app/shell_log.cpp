@@ -5,7 +5,7 @@
 #include <string>
 
 #include "app/frmMain.h"
-#include "notify/shell_notify.h"
+#include "app/shell_notify.h"
 
 namespace app {
 

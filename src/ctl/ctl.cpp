@@ -7,12 +7,12 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "app/device_change.h"
 #include "app/frmMain.h"
-#include "app/vb.h"
+#include "app/shell_notify.h"
+#include "core/vb.h"
 #include "drives/modGetDriveSerialNumber.h"
 #include "drives/modGetDriveType.h"
-#include "notify/device_change.h"
-#include "notify/shell_notify.h"
 #include "platform/fake/headless_view.h"
 #include "platform/pass_through.h"
 #include "platform/portable/text.h"

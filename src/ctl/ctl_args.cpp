@@ -2,7 +2,7 @@
 #include <string>
 #include <vector>
 
-#include "app/vb.h"
+#include "core/vb.h"
 #include "ctl/ctl.h"
 #include "ctl/shown.h"
 

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <string_view>
 
-#include "app/program.h"
-#include "app/vb.h"
+#include "core/program.h"
+#include "core/vb.h"
 #include "ui/cProgressBar.h"
 #include "ui/cTray.h"
 

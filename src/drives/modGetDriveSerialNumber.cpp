@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "app/program.h"
-#include "app/vb.h"
+#include "core/program.h"
+#include "core/vb.h"
 
 namespace drives {
 

@@ -3,7 +3,7 @@
 // cut from the Plug-and-Play device ID the management service gives for it.
 #include <string>
 
-#include "app/form_table.h"
+#include "core/form_table.h"
 
 namespace app {
 struct Program;

@@ -3,8 +3,8 @@
 #include <cmath>
 #include <limits>
 
-#include "app/program.h"
-#include "app/vb.h"
+#include "core/program.h"
+#include "core/vb.h"
 
 namespace drives {
 

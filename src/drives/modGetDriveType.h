@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "app/form_table.h"
+#include "core/form_table.h"
 #include "platform/types.h"
 
 namespace app {

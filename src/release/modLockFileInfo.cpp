@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "app/program.h"
+#include "core/program.h"
 #include "platform/storage.h"
 #include "platform/volumes.h"
 

@@ -3,7 +3,7 @@
 #include <array>
 #include <optional>
 
-#include "app/program.h"
+#include "core/program.h"
 #include "drives/modGetDriveType.h"
 
 namespace release {

@@ -1,6 +1,6 @@
 #include "ui/cLV.h"
 
-#include "app/program.h"
+#include "core/program.h"
 
 namespace ui {
 

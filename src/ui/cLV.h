@@ -3,7 +3,7 @@
 // read the window handles of the controls they are given.
 #include <cstdint>
 
-#include "app/form_table.h"
+#include "core/form_table.h"
 #include "platform/types.h"
 
 namespace app {

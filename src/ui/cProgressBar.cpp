@@ -3,8 +3,8 @@
 #include <cmath>
 #include <string>
 
-#include "app/surface.h"
-#include "app/vb.h"
+#include "core/surface.h"
+#include "core/vb.h"
 
 namespace ui {
 

@@ -12,7 +12,7 @@
 #include <sys/resource.h>
 
 #include "../linux_test_support.h"
-#include "app/program.h"
+#include "core/program.h"
 #include "ctl/ctl.h"
 #include "platform/fake/headless_view.h"
 #include "platform/linux/processes.h"

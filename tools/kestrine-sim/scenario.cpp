@@ -6,7 +6,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "app/form_table.h"
+#include "core/form_table.h"
 #include "platform/fake/json_numbers.h"
 #include "ui/cProgressBar.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "app/view.h"
+#include "core/view.h"
 #include "platform/fake/raster_surface.h"
 
 namespace fake {

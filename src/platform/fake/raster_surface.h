@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "app/surface.h"
+#include "core/surface.h"
 
 namespace fake {
 

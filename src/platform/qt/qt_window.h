@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "app/view.h"
+#include "core/view.h"
 
 class QWidget;
 class QAction;

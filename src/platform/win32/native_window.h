@@ -6,7 +6,7 @@
 // size in twips converted with the system's dots per inch.
 #include <memory>
 
-#include "app/view.h"
+#include "core/view.h"
 #include "platform/win32/backend.h"
 
 namespace win32 {

@@ -1,14 +1,15 @@
-#include "app/program.h"
+#include "core/program.h"
 
 #include "drives/cDrive.h"
-#include "notify/device_change.h"
 #include "ui/cTray.h"
 
 namespace app {
 
 Program::Program(platform::Services& services, View& window) : sys(services), view(window), ini(services.profile) {}
 
-Program::~Program() { notify::ForgetProgram(*this); }
+Program::~Program() {
+    if (whenGone) whenGone();
+}
 
 void Program::WaitSince(float start, float seconds) {
     constexpr float kDay = 86400.0f;

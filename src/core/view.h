@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "app/form_table.h"
-#include "app/surface.h"
+#include "core/form_table.h"
+#include "core/surface.h"
 #include "platform/types.h"
 
 namespace app {

@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "app/frmMain.h"
-#include "app/vb.h"
+#include "core/vb.h"
 
 namespace app {
 

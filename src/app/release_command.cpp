@@ -1,9 +1,9 @@
-#include "release/release_command.h"
+#include "app/release_command.h"
 
 #include <string>
 
 #include "app/frmMain.h"
-#include "app/vb.h"
+#include "core/vb.h"
 #include "drives/modGetDriveType.h"
 #include "release/modLockFileInfo.h"
 #include "release/modRemoveUsbDrive.h"

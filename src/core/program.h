@@ -2,10 +2,11 @@
 // The program-wide variables, held in one object that the main window owns,
 // so tests can make as many programs as they like.
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
-#include "app/view.h"
+#include "core/view.h"
 #include "platform/services.h"
 #include "settings/basINI.h"
 
@@ -44,6 +45,9 @@ struct Program {
     std::uint32_t ShellNotifyId = 0;
     std::uintptr_t DesktopPidl = 0;
     settings::basINI ini; // IniKeys and IniValues live here
+    // Run as the program goes away (the window procedures it was registered
+    // for forget it).
+    std::function<void()> whenGone;
 
     // Yields to the message loop until the given seconds have passed since
     // start (a platform timer value), also when the wait spans midnight:

@@ -1,10 +1,10 @@
-#include "notify/device_change.h"
+#include "app/device_change.h"
 
 #include <map>
 #include <string>
 
 #include "app/frmMain.h"
-#include "app/program.h"
+#include "core/program.h"
 #include "drives/cDrive.h"
 #include "ui/cTray.h"
 
@@ -38,7 +38,7 @@ void BringBack(app::Program& prog) {
 } // namespace
 
 void HookDeviceChange(app::Program& prog, platform::WindowHandle hWnd) {
-    Hooked()[hWnd] = &prog;
+    RegisterWindow(hWnd, prog);
     prog.PrevWndProc = prog.sys.windows.SetWindowLongA(hWnd, platform::kGwlWndProc,
                                                        reinterpret_cast<std::intptr_t>(&DeviceChangeProc));
 }
@@ -47,7 +47,10 @@ void UnhookDeviceChange(app::Program& prog, platform::WindowHandle hWnd) {
     if (prog.PrevWndProc != 0) prog.sys.windows.SetWindowLongA(hWnd, platform::kGwlWndProc, prog.PrevWndProc);
 }
 
-void RegisterWindow(platform::WindowHandle hWnd, app::Program& prog) { Hooked()[hWnd] = &prog; }
+void RegisterWindow(platform::WindowHandle hWnd, app::Program& prog) {
+    Hooked()[hWnd] = &prog;
+    prog.whenGone = [&prog] { ForgetProgram(prog); };
+}
 
 app::Program* ProgramOf(platform::WindowHandle hWnd) {
     auto it = Hooked().find(hWnd);

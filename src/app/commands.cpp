@@ -4,9 +4,9 @@
 #include <string>
 
 #include "app/frmMain.h"
-#include "app/vb.h"
+#include "app/release_command.h"
+#include "core/vb.h"
 #include "drives/cDrive.h"
-#include "release/release_command.h"
 
 namespace app {
 

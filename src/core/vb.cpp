@@ -1,4 +1,4 @@
-#include "app/vb.h"
+#include "core/vb.h"
 
 #include <cctype>
 #include <cmath>

@@ -1,11 +1,11 @@
-#include "notify/shell_notify.h"
+#include "app/shell_notify.h"
 
 #include <cstdio>
 #include <string>
 
+#include "app/device_change.h"
 #include "app/frmMain.h"
-#include "app/program.h"
-#include "notify/device_change.h"
+#include "core/program.h"
 
 namespace notify {
 
