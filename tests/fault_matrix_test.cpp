@@ -3,7 +3,7 @@
 // a huge USB.ini, a settings file of garbage, names with any bytes in
 // kestrinectl's output, kernel names with endless numbers. (A drive pulled
 // during a release, refused ejections and a full disk at close are in
-// test_release.cpp and test_settings.cpp; the Linux faults in
+// release_test.cpp and settings_test.cpp; the Linux faults in
 // linux_faults_test.cpp.)
 #include <gtest/gtest.h>
 
