@@ -60,7 +60,7 @@ void BM_CloseDriveHandlesHundredThousand(benchmark::State& state) {
         state.ResumeTiming();
 
         const auto start = std::chrono::steady_clock::now();
-        const bool ok = release::CloseDriveHandles(world->program, "E:", kOwn);
+        const bool ok = release::CloseDriveHandles(world->program.sys, "E:", kOwn);
         const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         state.SetIterationTime(seconds);
 

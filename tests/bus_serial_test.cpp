@@ -8,6 +8,7 @@
 #include "core/program.h"
 #include "drives/modGetDriveSerialNumber.h"
 #include "drives/modGetDriveType.h"
+#include "machine_builders.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 #include "release/modRemoveUsbDrive.h"
@@ -16,16 +17,7 @@ namespace {
 
 using app::Ctl;
 
-fake::Drive MakeDrive(std::string root, std::uint32_t type, std::string label, std::optional<std::uint32_t> bus,
-                      std::optional<std::uint32_t> deviceNumber) {
-    fake::Drive d;
-    d.root = std::move(root);
-    d.type = type;
-    d.label = std::move(label);
-    d.bus = bus;
-    d.deviceNumber = deviceNumber;
-    return d;
-}
+using builders::MakeDrive;
 
 struct Probe : ::testing::Test {
     fake::Machine m;
@@ -64,13 +56,13 @@ TEST_F(Probe, BusTypeOfVolumes) {
     m.AddDrive(locked);
     m.AddDrive(MakeDrive("Z:\\", platform::kDriveRemote, "", std::nullopt, std::nullopt));
 
-    EXPECT_EQ(drives::GetBusType(prog, "E:"), "Usb");
-    EXPECT_EQ(drives::GetBusType(prog, "C:"), "Ata");
-    EXPECT_EQ(drives::GetBusType(prog, "F:"), "");
-    EXPECT_EQ(drives::GetBusType(prog, "Z:"), ""); // the driver does not answer
-    EXPECT_EQ(drives::GetBusType(prog, "Q:"), ""); // not mapped
+    EXPECT_EQ(drives::GetBusType(prog.sys, "E:"), "Usb");
+    EXPECT_EQ(drives::GetBusType(prog.sys, "C:"), "Ata");
+    EXPECT_EQ(drives::GetBusType(prog.sys, "F:"), "");
+    EXPECT_EQ(drives::GetBusType(prog.sys, "Z:"), ""); // the driver does not answer
+    EXPECT_EQ(drives::GetBusType(prog.sys, "Q:"), ""); // not mapped
     m.ClearJournal();
-    EXPECT_EQ(drives::GetBusType(prog, "G:"), ""); // cannot be opened: nothing is asked of it
+    EXPECT_EQ(drives::GetBusType(prog.sys, "G:"), ""); // cannot be opened: nothing is asked of it
     EXPECT_TRUE(m.Calls("DeviceIoControl").empty());
     // Every opened volume was closed again.
     EXPECT_EQ(m.hardware().OpenHandles(), 0u);
@@ -174,21 +166,9 @@ TEST_F(Serial, NotFound) {
 // --- ejection ---
 
 struct Eject : Probe {
-    // A USB stick: the mass-storage device with a disk below it.
     void AddStick(const std::string& root, std::uint32_t number, std::vector<std::uint32_t> answers = {},
                   std::uint32_t type = platform::kDriveRemovable) {
-        m.AddDrive(MakeDrive(root, type, "STICK", 7, number));
-        const std::string usb = "USB\\VID_0781&PID_5567\\SN" + std::to_string(number);
-        fake::Device parent;
-        parent.instanceId = usb;
-        parent.ejectAnswers = std::move(answers);
-        m.hardware().AddDevice(parent);
-        fake::Device disk;
-        disk.instanceId = "USBSTOR\\DISK&VEN_ACME\\SN" + std::to_string(number) + "&0";
-        disk.parent = usb;
-        disk.interfaceClass = platform::kGuidDevinterfaceDisk;
-        disk.deviceNumber = number;
-        m.hardware().AddDevice(disk);
+        builders::AddStick(m, {.root = root, .number = number, .answers = std::move(answers), .type = type});
     }
     void ExpectClean() {
         EXPECT_EQ(m.hardware().OpenHandles(), 0u);
@@ -203,7 +183,7 @@ TEST_F(Eject, AcceptedOnThirdAttemptEjectsTheParent) {
     AddStick("E:\\", 1, {platform::kCrRemoveVetoed, platform::kCrRemoveVetoed, platform::kCrSuccess});
     const double before = m.Now();
 
-    EXPECT_EQ(release::EjectUsbDrive(prog, "\\\\.\\E:", app::kTrue), app::kTrue);
+    EXPECT_EQ(release::EjectUsbDrive(prog.sys, "\\\\.\\E:", app::kTrue), app::kTrue);
 
     EXPECT_NEAR(m.Now() - before, 0.6, 1e-9); // two pauses, nothing else costs time
     const auto requests = m.Calls("CM_Request_Device_EjectW");
@@ -223,7 +203,7 @@ TEST_F(Eject, AcceptedOnThirdAttemptEjectsTheParent) {
 TEST_F(Eject, FourRefusalsWithVetoNameForm) {
     AddStick("E:\\", 1, {platform::kCrRemoveVetoed});
     const double before = m.Now();
-    EXPECT_EQ(release::EjectUsbDrive(prog, "\\\\.\\E:", app::kFalse), app::kFalse);
+    EXPECT_EQ(release::EjectUsbDrive(prog.sys, "\\\\.\\E:", app::kFalse), app::kFalse);
     EXPECT_NEAR(m.Now() - before, 1.2, 1e-9);
     const auto requests = m.Calls("CM_Request_Device_EjectW");
     ASSERT_EQ(requests.size(), 4u);
@@ -244,7 +224,7 @@ TEST_F(Eject, NoRequestWithoutDeviceOrClass) {
     m.FindDrive("K:")->deviceNumber = 42; // no interface reports 42
 
     for (const char* volume : {"\\\\.\\E:", "\\\\.\\G:", "\\\\.\\R:", "\\\\.\\N:", "\\\\.\\K:", "\\\\.\\Q:"})
-        EXPECT_EQ(release::EjectUsbDrive(prog, volume, app::kTrue), app::kFalse) << volume;
+        EXPECT_EQ(release::EjectUsbDrive(prog.sys, volume, app::kTrue), app::kFalse) << volume;
     EXPECT_TRUE(m.Calls("CM_Request_Device_EjectW").empty());
     // Only K: got as far as the interface search: the others have no device
     // number, no volume, or a drive type without an interface class.
@@ -263,7 +243,7 @@ TEST_F(Eject, ClassFollowsDriveTypeAndFloppyName) {
     m.AddDrive(MakeDrive("D:\\", platform::kDriveCdrom, "", 2, 0));
     for (const std::string volume : {"A:", "B:", "C:", "D:"}) {
         m.ClearJournal();
-        release::EjectUsbDrive(prog, "\\\\.\\" + volume, app::kTrue);
+        release::EjectUsbDrive(prog.sys, "\\\\.\\" + volume, app::kTrue);
         const auto sets = m.Calls("SetupDiGetClassDevsA");
         ASSERT_EQ(sets.size(), 1u) << volume;
         const std::string expected = volume == "A:"   ? "GUID_DEVINTERFACE_FLOPPY"
@@ -292,9 +272,9 @@ TEST_F(Eject, FirstOfTwoInterfacesWithOneNumberWins) {
         disk.openable = openable;
         m.hardware().AddDevice(disk);
     }
-    EXPECT_EQ(release::FindDeviceInstance(prog, 2, platform::kDriveRemovable, "\\Device\\HarddiskVolume3"),
+    EXPECT_EQ(release::FindDeviceInstance(prog.sys, 2, platform::kDriveRemovable, "\\Device\\HarddiskVolume3"),
               m.hardware().InstanceOf("USBSTOR\\FIRST"));
-    EXPECT_EQ(release::EjectUsbDrive(prog, "\\\\.\\E:", app::kTrue), app::kTrue);
+    EXPECT_EQ(release::EjectUsbDrive(prog.sys, "\\\\.\\E:", app::kTrue), app::kTrue);
     EXPECT_FALSE(m.hardware().Present("USB\\FIRST"));
     EXPECT_TRUE(m.hardware().Present("USB\\SECOND"));
     ExpectClean();

@@ -71,7 +71,7 @@ TEST(CloseDriveHandles, ClosesOnlyTheProcessFilesOnTheDriveInAnyCase) {
         rig.File(2000, 0x40, kVolumeE + "\\docs\\b.txt");   // another process
         rig.table.Add({.processId = kOwn, .handle = 0x50, .name = kVolumeE + "\\c", .fileType = 0}); // type unknown
 
-        EXPECT_TRUE(CloseDriveHandles(rig.program, drive, kOwn));
+        EXPECT_TRUE(CloseDriveHandles(rig.program.sys, drive, kOwn));
 
         EXPECT_EQ(rig.ClosedInOwner(), (std::vector<std::string>{"64", "68"}));
         EXPECT_TRUE(rig.table.IsOpen(2000, 0x40));
@@ -85,7 +85,7 @@ TEST(CloseDriveHandles, NulDeviceThatDoesNotOpenClosesNothing) {
     Rig rig;
     rig.File(kOwn, 0x40, kVolumeE + "\\a.txt");
     rig.table.SetNulOpens(false);
-    EXPECT_FALSE(CloseDriveHandles(rig.program, "E:", kOwn));
+    EXPECT_FALSE(CloseDriveHandles(rig.program.sys, "E:", kOwn));
     EXPECT_TRUE(rig.table.IsOpen(kOwn, 0x40));
     EXPECT_TRUE(rig.machine.Calls("NtQuerySystemInformation").empty());
 }
@@ -96,7 +96,7 @@ TEST(CloseDriveHandles, HangingTypeQueryCostsTheLimitAndIsSkipped) {
     rig.File(kOwn, 0x44, kVolumeE + "\\b.txt");
     const double before = rig.machine.Now();
 
-    EXPECT_TRUE(CloseDriveHandles(rig.program, "E:", kOwn));
+    EXPECT_TRUE(CloseDriveHandles(rig.program.sys, "E:", kOwn));
 
     EXPECT_NEAR(rig.machine.Now() - before, 0.1, 1e-9);
     EXPECT_TRUE(rig.table.IsOpen(kOwn, 0x40));
@@ -111,8 +111,8 @@ TEST(CloseDriveHandles, NamesOnNoLocalDriveAreNeverClosed) {
     rig.File(kOwn, 0x48, "\\Device\\NamedPipe\\e:pipe");
     rig.File(kOwn, 0x4C, kVolumeE + "\\local.txt");
 
-    EXPECT_TRUE(CloseDriveHandles(rig.program, "E:", kOwn));
-    EXPECT_TRUE(CloseDriveHandles(rig.program, "Z:", kOwn));
+    EXPECT_TRUE(CloseDriveHandles(rig.program.sys, "E:", kOwn));
+    EXPECT_TRUE(CloseDriveHandles(rig.program.sys, "Z:", kOwn));
 
     EXPECT_EQ(rig.ClosedInOwner(), (std::vector<std::string>{"76"}));
     EXPECT_EQ(rig.OwnOpen(), (std::vector<std::uint16_t>{0x40, 0x44, 0x48}));
@@ -125,13 +125,13 @@ TEST(CloseDriveHandles, FailingCloseOfACopyMakesTheResultFalseAndTheWalkGoesOn) 
     rig.table.DenyProcess(3100);
     rig.File(3100, 0x48, kVolumeE + "\\c.txt");
 
-    EXPECT_FALSE(CloseDriveHandles(rig.program, "E:", 3000));
+    EXPECT_FALSE(CloseDriveHandles(rig.program.sys, "E:", 3000));
     // Closed in the owner all the same; only the program's copy stays.
     EXPECT_FALSE(rig.table.IsOpen(3000, 0x40));
     EXPECT_FALSE(rig.table.IsOpen(3000, 0x44));
 
     // A process that cannot be opened is skipped and does not fail the walk.
-    EXPECT_TRUE(CloseDriveHandles(rig.program, "E:", 3100));
+    EXPECT_TRUE(CloseDriveHandles(rig.program.sys, "E:", 3100));
     EXPECT_TRUE(rig.table.IsOpen(3100, 0x48));
 }
 
@@ -141,7 +141,7 @@ TEST(CloseDriveHandles, ProcessIdsCompareOnTheirLow16Bits) {
     rig.File(70000, 0x40, kVolumeE + "\\a.txt");
     rig.File(4464, 0x44, kVolumeE + "\\b.txt"); // 70000 % 65536: also a candidate, but not 70000's handle
 
-    EXPECT_TRUE(CloseDriveHandles(rig.program, "E:", 70000));
+    EXPECT_TRUE(CloseDriveHandles(rig.program.sys, "E:", 70000));
 
     EXPECT_FALSE(rig.table.IsOpen(70000, 0x40));
     EXPECT_TRUE(rig.table.IsOpen(4464, 0x44));
@@ -155,7 +155,7 @@ TEST(CloseDriveHandles, ProcessIdsCompareOnTheirLow16Bits) {
 TEST(CloseDriveHandles, TableBufferDoublesFromOneByteUntilItFits) {
     Rig rig;
     for (std::uint16_t i = 1; i <= 1000; ++i) rig.File(5000, static_cast<std::uint16_t>(i * 4), kVolumeC + "\\x");
-    EXPECT_TRUE(CloseDriveHandles(rig.program, "E:", kOwn));
+    EXPECT_TRUE(CloseDriveHandles(rig.program.sys, "E:", kOwn));
 
     // 1000 handles and the "NUL" device: 8 + 1001 * 24 = 24,032 bytes.
     const auto calls = rig.machine.Calls("NtQuerySystemInformation");
@@ -169,7 +169,7 @@ TEST(CloseDriveHandles, TableBufferDoublesFromOneByteUntilItFits) {
     Rig broken;
     broken.File(kOwn, 0x40, kVolumeE + "\\a.txt");
     broken.table.SetTableStatus(platform::kStatusAccessDenied);
-    EXPECT_FALSE(CloseDriveHandles(broken.program, "E:", kOwn));
+    EXPECT_FALSE(CloseDriveHandles(broken.program.sys, "E:", kOwn));
     EXPECT_EQ(broken.machine.Calls("NtQuerySystemInformation").size(), 1u);
     EXPECT_EQ(broken.OwnOpen(), (std::vector<std::uint16_t>{0x40}));
 }
@@ -182,13 +182,13 @@ TEST(CloseHandleInProcess, OnlyAFailingCloseOfTheCopyIsAFailure) {
     rig.table.DenyProcess(3100);
     rig.File(3100, 0x40, kVolumeE + "\\d.txt");
 
-    EXPECT_TRUE(release::CloseHandleInProcess(rig.program, 3000, 0x40));
+    EXPECT_TRUE(release::CloseHandleInProcess(rig.program.sys, 3000, 0x40));
     EXPECT_FALSE(rig.table.IsOpen(3000, 0x40));
-    EXPECT_TRUE(release::CloseHandleInProcess(rig.program, 3000, 0x40)); // already gone: nothing to copy
-    EXPECT_TRUE(release::CloseHandleInProcess(rig.program, 3000, 0x44));
+    EXPECT_TRUE(release::CloseHandleInProcess(rig.program.sys, 3000, 0x40)); // already gone: nothing to copy
+    EXPECT_TRUE(release::CloseHandleInProcess(rig.program.sys, 3000, 0x44));
     EXPECT_FALSE(rig.table.IsOpen(3000, 0x44)); // closed in the owner though no copy came back
-    EXPECT_FALSE(release::CloseHandleInProcess(rig.program, 3000, 0x48));
-    EXPECT_TRUE(release::CloseHandleInProcess(rig.program, 3100, 0x40));
+    EXPECT_FALSE(release::CloseHandleInProcess(rig.program.sys, 3000, 0x48));
+    EXPECT_TRUE(release::CloseHandleInProcess(rig.program.sys, 3100, 0x40));
     EXPECT_TRUE(rig.table.IsOpen(3100, 0x40));
 }
 
@@ -199,11 +199,11 @@ TEST(GetHandlePath, MapsDeviceNamesToDriveLettersByAPlainPrefix) {
     rig.File(kOwn, 0x48, kVolumeC + "0\\other"); // HarddiskVolume30: the prefix of C: still matches
     rig.table.Add({.processId = kOwn, .handle = 0x4C});
 
-    EXPECT_EQ(release::GetHandlePath(rig.program, 0x40), "E:\\Docs\\\xC4.txt");
-    EXPECT_EQ(release::GetHandlePath(rig.program, 0x44), "C:\\Windows");
-    EXPECT_EQ(release::GetHandlePath(rig.program, 0x48), "C:0\\other");
-    EXPECT_EQ(release::GetHandlePath(rig.program, 0x4C), "");
-    EXPECT_EQ(release::GetHandlePath(rig.program, 0x400), ""); // no such handle
+    EXPECT_EQ(release::GetHandlePath(rig.program.sys, 0x40), "E:\\Docs\\\xC4.txt");
+    EXPECT_EQ(release::GetHandlePath(rig.program.sys, 0x44), "C:\\Windows");
+    EXPECT_EQ(release::GetHandlePath(rig.program.sys, 0x48), "C:0\\other");
+    EXPECT_EQ(release::GetHandlePath(rig.program.sys, 0x4C), "");
+    EXPECT_EQ(release::GetHandlePath(rig.program.sys, 0x400), ""); // no such handle
 }
 
 TEST(GetFileTypeTimed, AnswersTheTypeOrZeroAfterTheLimit) {
@@ -211,9 +211,9 @@ TEST(GetFileTypeTimed, AnswersTheTypeOrZeroAfterTheLimit) {
     rig.table.Add({.processId = kOwn, .handle = 0x40, .name = "\\Device\\NamedPipe\\p", .fileType = 3});
     rig.table.Add({.processId = kOwn, .handle = 0x44, .name = "\\Device\\NamedPipe\\q", .typeQueryHangs = true});
     const double before = rig.machine.Now();
-    EXPECT_EQ(release::GetFileTypeTimed(rig.program, 0x40), 3u);
+    EXPECT_EQ(release::GetFileTypeTimed(rig.program.sys, 0x40), 3u);
     EXPECT_EQ(rig.machine.Now(), before);
-    EXPECT_EQ(release::GetFileTypeTimed(rig.program, 0x44), 0u);
+    EXPECT_EQ(release::GetFileTypeTimed(rig.program.sys, 0x44), 0u);
     EXPECT_NEAR(rig.machine.Now() - before, release::kFileTypeTimeLimitMs / 1000.0, 1e-9);
 }
 
@@ -230,10 +230,10 @@ TEST(HandleTableDescription, LoadsFromTheMachineJson) {
     auto services = m.services();
     fake::HeadlessView view;
     app::Program program(services, view);
-    EXPECT_TRUE(CloseDriveHandles(program, "E:", 4464));
+    EXPECT_TRUE(CloseDriveHandles(program.sys, "E:", 4464));
     EXPECT_FALSE(m.handles().IsOpen(4464, 64));
     EXPECT_TRUE(m.handles().IsOpen(4464, 68));
-    EXPECT_TRUE(CloseDriveHandles(program, "E:", 9));
+    EXPECT_TRUE(CloseDriveHandles(program.sys, "E:", 9));
     EXPECT_TRUE(m.handles().IsOpen(9, 64));
 
     fake::Machine bad;

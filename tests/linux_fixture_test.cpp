@@ -254,10 +254,10 @@ TEST_P(LinuxContractTest, DriveTypesAndScriptingDrives) {
 }
 
 TEST_P(LinuxContractTest, BusProbeAndDiskIdentity) {
-    EXPECT_EQ(drives::GetBusType(*program, "D:"), "Usb");
-    EXPECT_EQ(drives::GetBusType(*program, "E:"), "Usb");
-    EXPECT_EQ(drives::GetBusType(*program, "C:"), "") << "SATA has no name in the program's table";
-    EXPECT_EQ(drives::GetBusType(*program, "F:"), "") << "a network drive has no storage driver";
+    EXPECT_EQ(drives::GetBusType(program->sys, "D:"), "Usb");
+    EXPECT_EQ(drives::GetBusType(program->sys, "E:"), "Usb");
+    EXPECT_EQ(drives::GetBusType(program->sys, "C:"), "") << "SATA has no name in the program's table";
+    EXPECT_EQ(drives::GetBusType(program->sys, "F:"), "") << "a network drive has no storage driver";
     EXPECT_EQ(drives::GetPNPDeviceID(*program, app::Ctl::lblMessage1, "D:"), kStickId);
     EXPECT_EQ(drives::GetPNPDeviceID(*program, app::Ctl::lblMessage1, "E:"), kReaderId);
     EXPECT_EQ(drives::GetPNPDeviceID(*program, app::Ctl::lblMessage1, "F:"), "");
@@ -277,13 +277,13 @@ TEST_P(LinuxContractTest, TheStickDiskAndItsUsbParent) {
     std::array<char, 260> dos{};
     ASSERT_GT(storage.QueryDosDeviceA("D:", dos), 0u);
     const platform::DevInst disk =
-        release::FindDeviceInstance(*program, deviceNumber, platform::kDriveRemovable, dos.data());
+        release::FindDeviceInstance(program->sys, deviceNumber, platform::kDriveRemovable, dos.data());
     ASSERT_NE(disk, 0u);
     platform::DevInst parent = 0;
     ASSERT_EQ(sys().devices.CM_Get_Parent(parent, disk, 0), platform::kCrSuccess);
     EXPECT_TRUE(backend.isStickDevice(parent));
     EXPECT_FALSE(backend.isReaderDevice(parent));
-    EXPECT_EQ(release::FindDeviceInstance(*program, deviceNumber, platform::kDriveRemote, dos.data()), 0u);
+    EXPECT_EQ(release::FindDeviceInstance(program->sys, deviceNumber, platform::kDriveRemote, dos.data()), 0u);
     EXPECT_EQ(storage.CreateFileA("\\\\.\\Q:", 0, 3, platform::kOpenExisting, 0), platform::kInvalidHandleValue);
 }
 

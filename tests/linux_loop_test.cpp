@@ -158,7 +158,7 @@ TEST(LinuxLoopDrives, ClosingTheOwnHandlesLetsTheUnmountSucceed) {
 
     fake::HeadlessView view;
     app::Program prog(services, view);
-    EXPECT_TRUE(release::CloseDriveHandles(prog, drive, services.native.GetCurrentProcessId()));
+    EXPECT_TRUE(release::CloseDriveHandles(prog.sys, drive, services.native.GetCurrentProcessId()));
     EXPECT_EQ(::fcntl(held, F_GETFD), -1) << "the handle on the drive is closed";
     EXPECT_NE(::fcntl(outside, F_GETFD), -1) << "a handle elsewhere stays open";
     ::close(outside);

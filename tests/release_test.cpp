@@ -9,6 +9,7 @@
 
 #include "app/frmMain.h"
 #include "app/release_command.h"
+#include "machine_builders.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 
@@ -55,35 +56,15 @@ struct Release : ::testing::Test {
     }
 
     void AddDisk(const std::string& root, const std::string& label, std::uint32_t bus, std::uint32_t number) {
-        fake::Drive d;
-        d.root = root;
-        d.type = platform::kDriveFixed;
-        d.label = label;
-        d.bus = bus;
-        d.deviceNumber = number;
-        m.AddDrive(d);
+        m.AddDrive(builders::MakeDrive(root, platform::kDriveFixed, label, bus, number));
     }
-
     void AddStick(const std::string& root, std::uint32_t number, std::vector<std::uint32_t> answers = {}) {
-        fake::Drive d;
-        d.root = root;
-        d.type = platform::kDriveRemovable;
-        d.label = "STICK";
-        d.bus = platform::kBusTypeUsb;
-        d.deviceNumber = number;
-        m.AddDrive(d);
-        fake::Device parent;
-        parent.instanceId = Usb(root);
-        parent.ejectAnswers = std::move(answers);
-        m.hardware().AddDevice(parent);
-        fake::Device disk;
-        disk.instanceId = "USBSTOR\\DISK\\" + root.substr(0, 1);
-        disk.parent = parent.instanceId;
-        disk.interfaceClass = platform::kGuidDevinterfaceDisk;
-        disk.deviceNumber = number;
-        m.hardware().AddDevice(disk);
+        builders::AddStick(
+            m, {.root = root, .number = number, .serial = root.substr(0, 1), .answers = std::move(answers)});
     }
-    static std::string Usb(const std::string& root) { return "USB\\VID_0781&PID_5567\\" + root.substr(0, 1); }
+    static std::string Usb(const std::string& root) {
+        return builders::StickDevice({.root = root, .serial = root.substr(0, 1)});
+    }
 
     void Rows(const std::vector<std::string>& texts, const std::vector<int>& selected) {
         view.ClearItems(Ctl::ListView1);
@@ -91,11 +72,7 @@ struct Release : ::testing::Test {
         for (int i : selected) view.SetItemSelected(Ctl::ListView1, i, true);
     }
 
-    std::vector<std::string> Ejected() {
-        std::vector<std::string> out;
-        for (const auto& c : m.Calls("CM_Request_Device_EjectW")) out.push_back(c.args[0] + " " + c.result);
-        return out;
-    }
+    std::vector<builders::EjectRequest> Ejected() const { return builders::EjectRequests(m); }
 
     double Run() {
         const double before = m.Now();
@@ -139,7 +116,7 @@ TEST_F(Release, OneUsbDrive) {
     EXPECT_EQ(seen, (std::vector<std::string>{"notice: Releasing USB drive at [ E:\\ ]",
                                               "released: USB device at [ E:\\ ]  has been released."}));
     EXPECT_EQ(view.Text(Ctl::lblMessage2), "This may take some time. Please wait.");
-    EXPECT_EQ(Ejected(), (std::vector<std::string>{Usb("E:\\") + " CR_SUCCESS"}));
+    EXPECT_EQ(Ejected(), (std::vector<builders::EjectRequest>{{Usb("E:\\"), "CR_SUCCESS"}}));
     EXPECT_EQ(atEject, (std::vector<std::string>{"running notice"}));
     EXPECT_EQ(m.FindDrive("E:"), nullptr);
     EXPECT_NE(m.FindDrive("F:"), nullptr);
@@ -165,7 +142,7 @@ TEST_F(Release, SecondOnAnotherBusStopsTheRun) {
     EXPECT_EQ(seen, (std::vector<std::string>{"notice: Releasing USB drive at [ E:\\ ]",
                                               "notice: Releasing USB drive at [ H:\\ ]", "box: Not a USB device!",
                                               "released: 1 USB drives released."}));
-    EXPECT_EQ(Ejected(), (std::vector<std::string>{Usb("E:\\") + " CR_SUCCESS"}));
+    EXPECT_EQ(Ejected(), (std::vector<builders::EjectRequest>{{Usb("E:\\"), "CR_SUCCESS"}}));
     EXPECT_NE(m.FindDrive("G:"), nullptr); // untouched
     EXPECT_TRUE(view.Focused(Ctl::ListView1));
     ExpectIdleAfterwards();
@@ -211,7 +188,8 @@ TEST_F(Release, EntryForms) {
     EXPECT_EQ(seen,
               (std::vector<std::string>{"notice: Releasing USB drive at [ E ]", "notice: Releasing USB drive at [ F: ]",
                                         "released: 2 USB drives released."}));
-    EXPECT_EQ(Ejected(), (std::vector<std::string>{Usb("E:\\") + " CR_SUCCESS", Usb("F:\\") + " CR_SUCCESS"}));
+    EXPECT_EQ(Ejected(),
+              (std::vector<builders::EjectRequest>{{Usb("E:\\"), "CR_SUCCESS"}, {Usb("F:\\"), "CR_SUCCESS"}}));
     ExpectIdleAfterwards();
 }
 

@@ -9,6 +9,7 @@
 #include "app/frmMain.h"
 #include "app/shell_notify.h"
 #include "drives/cDrive.h"
+#include "notify/shell_report.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 
@@ -88,9 +89,9 @@ TEST(ShellLog, ValueEventsAndUnnamedCodes) {
                          "changed item path: C:\\Start\r\n\r\n"
                          "SHCNE_EXTENDED_EVENT\r\nunknown extended event\r\nshns.dwItem2: 0\r\n\r\n"
                          "\r\n\r\n");
-    EXPECT_EQ(app::frmMain::ShellEventName(0x80000000u), "SHCNE_INTERRUPT");
-    EXPECT_EQ(app::frmMain::ShellEventName(0x0C0581E0u), "SHCNE_GLOBALEVENTS");
-    EXPECT_EQ(app::frmMain::TrimAtNull(std::string("ab\0cd", 5)), "ab");
+    EXPECT_EQ(notify::ShellEventName(0x80000000u), "SHCNE_INTERRUPT");
+    EXPECT_EQ(notify::ShellEventName(0x0C0581E0u), "SHCNE_GLOBALEVENTS");
+    EXPECT_EQ(notify::TrimAtNull(std::string("ab\0cd", 5)), "ab");
 }
 
 TEST(ShellLog, AReportRefreshesTheCaptionAndIsForwarded) {

@@ -51,8 +51,6 @@ public:
 
     // The drive list.
     void FillDriveList(bool Refresh);
-    void GetDriveInfo(const std::string& Root);
-    std::string GetVolumeLabelByDir(const std::string& Root);
     // Refreshes the hidden drive list box: one entry per logical drive.
     void Drive1_Refresh();
 
@@ -75,10 +73,6 @@ public:
 
     // The shell's change reports, decoded into the event log Text1.
     void HandleShellNotify(std::uintptr_t& ItemsPtr, std::uint32_t& EventCode);
-    static std::string ShellEventName(std::uint32_t EventCode);
-    std::string GetPidlDisplayName(std::uintptr_t Pidl);
-    std::string GetPidlPath(std::uintptr_t Pidl);
-    static std::string TrimAtNull(const std::string& Text);
     void tmrFlashMe_Timer();
     int FlashInterval() const { return FlashInterval_; }
 

@@ -4,9 +4,7 @@
 
 #include "app/frmMain.h"
 #include "core/vb.h"
-#include "drives/modGetDriveType.h"
-#include "release/modLockFileInfo.h"
-#include "release/modRemoveUsbDrive.h"
+#include "release/release_drive.h"
 
 namespace release {
 
@@ -46,7 +44,7 @@ void cmdRemoveUSB_Click(app::frmMain& form) {
     const int rows = v.ItemCount(Ctl::ListView1);
     for (int i = 1; i <= rows; ++i) {
         const std::string text = v.ItemText(Ctl::ListView1, i);
-        if (v.ItemSelected(Ctl::ListView1, i) && text.find("C:\\") == std::string::npos) {
+        if (v.ItemSelected(Ctl::ListView1, i) && !IsSystemDrive(text)) {
             v.AddListItem(Ctl::lstTempUSB, text);
             ++SelectedCount;
         }
@@ -78,17 +76,17 @@ void cmdRemoveUSB_Click(app::frmMain& form) {
         if (Entry.size() > 3) {
             refusal = kUsbDeviceNotFound;
         } else if (Entry.size() == 2) {
-            if (drives::GetBusType(prog, Entry) != "Usb")
+            if (!OnUsbBus(prog.sys, Entry))
                 refusal = kNotUsbDevice;
             else
                 Root = v.Text(Ctl::txtUsbDrive) + "\\";
         } else if (Entry.size() == 1) {
-            if (drives::GetBusType(prog, Entry + ":") != "Usb")
+            if (!OnUsbBus(prog.sys, Entry + ":"))
                 refusal = kNotUsbDevice;
             else
                 Root = Entry + ":\\";
         } else {
-            if (drives::GetBusType(prog, vb::Left(Entry, 2)) != "Usb")
+            if (!OnUsbBus(prog.sys, vb::Left(Entry, 2)))
                 refusal = kNotUsbDevice;
             else
                 Root = Entry;
@@ -102,11 +100,12 @@ void cmdRemoveUSB_Click(app::frmMain& form) {
             break;
         }
 
-        if (!CloseDriveHandles(prog, vb::Left(Root, 2), prog.sys.native.GetCurrentProcessId())) {
+        const Outcome outcome = ReleaseDrive(prog.sys, Root, app::kTrue);
+        if (outcome == Outcome::kHandlesNotClosed) {
             message(kErrorWithDrive + Root);
             break;
         }
-        if (EjectUsbDrive(prog, "\\\\.\\" + vb::Left(Root, 2), app::kTrue) == app::kFalse) {
+        if (outcome == Outcome::kNotEjected) {
             message(std::string(kUnableToRelease) + " " + Root);
             break;
         }

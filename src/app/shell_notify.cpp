@@ -6,13 +6,9 @@
 #include "app/device_change.h"
 #include "app/frmMain.h"
 #include "core/program.h"
+#include "notify/shell_report.h"
 
 namespace notify {
-
-namespace {
-constexpr std::int32_t kAllSources = 0xFF;
-constexpr std::int32_t kAllEvents = -1;
-} // namespace
 
 bool SubclassWindow(app::Program& prog, platform::WindowHandle hWnd, std::intptr_t NewProc) {
     auto& windows = prog.sys.windows;
@@ -63,17 +59,10 @@ std::intptr_t ShellNotifyProc(platform::WindowHandle hWnd, std::uint32_t uMsg, s
 
 bool RegisterShellNotify(app::Program& prog, platform::WindowHandle hWnd) {
     if (prog.ShellNotifyId != 0) return false;
-    prog.DesktopPidl = GetSpecialFolderPidl(prog, 0, platform::kCsidlDesktop);
-    if (prog.DesktopPidl == 0) return false;
-    prog.ShellNotifyId = prog.sys.shell.SHChangeNotifyRegister(hWnd, kAllSources, kAllEvents, platform::kWmShNotify,
-                                                               prog.DesktopPidl, true);
+    const ShellRegistration registration = RegisterForAllReports(prog.sys, hWnd);
+    prog.DesktopPidl = registration.desktopPidl;
+    prog.ShellNotifyId = registration.id;
     return prog.ShellNotifyId != 0;
-}
-
-std::uintptr_t GetSpecialFolderPidl(app::Program& prog, platform::WindowHandle owner, std::int32_t folder) {
-    platform::Pidl pidl = 0;
-    if (prog.sys.shell.SHGetSpecialFolderLocation(owner, folder, pidl) == 0) return pidl;
-    return 0;
 }
 
 } // namespace notify

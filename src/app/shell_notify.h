@@ -25,7 +25,5 @@ std::intptr_t ShellNotifyProc(platform::WindowHandle hWnd, std::uint32_t uMsg, s
 // Registers the window for all shell reports from the desktop down; true
 // when this call registered it.
 bool RegisterShellNotify(app::Program& prog, platform::WindowHandle hWnd);
-// The item identifier list of a special folder, or 0.
-std::uintptr_t GetSpecialFolderPidl(app::Program& prog, platform::WindowHandle owner, std::int32_t folder);
 
 } // namespace notify

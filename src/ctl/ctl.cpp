@@ -7,17 +7,15 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
-#include "app/device_change.h"
-#include "app/frmMain.h"
-#include "app/shell_notify.h"
+#include "core/program.h"
 #include "core/vb.h"
+#include "drives/drive_rows.h"
 #include "drives/modGetDriveSerialNumber.h"
 #include "drives/modGetDriveType.h"
-#include "platform/fake/headless_view.h"
+#include "notify/shell_report.h"
 #include "platform/pass_through.h"
 #include "platform/portable/text.h"
-#include "release/modLockFileInfo.h"
-#include "release/modRemoveUsbDrive.h"
+#include "release/release_drive.h"
 
 namespace ctl {
 
@@ -96,17 +94,11 @@ private:
     std::ostream* err_ = nullptr;
 };
 
-// A row of the window's drive list.
-struct ListedDrive {
-    std::string root, label, kind;
-};
-
-std::vector<ListedDrive> ListedDrives(const app::View& v) {
-    std::vector<ListedDrive> rows;
-    const int items = v.ItemCount(app::Ctl::ListView1);
-    for (int i = 1; i <= items; ++i)
-        rows.push_back({v.ItemText(app::Ctl::ListView1, i), v.SubItem(app::Ctl::ListView1, i, 1),
-                        v.SubItem(app::Ctl::ListView1, i, 2)});
+// The drive list's rows, as the window lists them.
+std::vector<drives::ListRow> ListedRows(platform::Services& sys) {
+    std::vector<drives::ListRow> rows;
+    for (const auto& entry : drives::DriveListEntries(sys))
+        if (auto row = drives::ListRowOf(sys, entry)) rows.push_back(std::move(*row));
     return rows;
 }
 
@@ -227,41 +219,34 @@ struct Tool::State {
     explicit State(platform::Services& sys)
         : veto(sys.devices),
           windows(sys.windows), services{sys.app, sys.volumes, sys.profile, windows,        sys.shell,
-                                         sys.fso, sys.storage, veto,        sys.management, sys.native},
-          form(services, view) {}
+                                         sys.fso, sys.storage, veto,        sys.management, sys.native} {}
     VetoRecorder veto;
     ToolWindows windows;
     platform::Services services;
-    fake::HeadlessView view;
-    app::frmMain form;
     // While watching: the window and the drives listed.
     platform::WindowHandle watched = 0;
-    std::vector<ListedDrive> drives;
+    std::vector<drives::ListRow> drives;
 };
 
 Tool::Tool(Context context) : ctx_(std::move(context)), state_(std::make_unique<State>(ctx_.sys)) {}
 Tool::~Tool() { Unwatch(); }
 
 std::vector<DriveRow> Tool::List() {
-    app::frmMain& form = state_->form;
-    app::View& v = state_->view;
-    app::Program& prog = form.program();
-    form.FillDriveList(false);
+    platform::Services& sys = state_->services;
     std::vector<DriveRow> rows;
-    const int items = v.ItemCount(app::Ctl::ListView1);
-    for (int i = 1; i <= items; ++i) {
+    for (const auto& listed : ListedRows(sys)) {
         DriveRow row;
-        row.root = v.ItemText(app::Ctl::ListView1, i);
-        row.label = v.SubItem(app::Ctl::ListView1, i, 1);
-        row.kind = v.SubItem(app::Ctl::ListView1, i, 2);
-        row.bus = drives::GetBusType(prog, vb::Left(row.root, 2));
+        row.root = listed.root;
+        row.label = listed.label;
+        row.kind = listed.kind;
+        row.bus = drives::GetBusType(sys, vb::Left(row.root, 2));
         std::array<char, 261> volume{}, fs{};
         std::uint32_t serial = 0, maxLen = 0, flags = 0;
-        if (prog.sys.volumes.GetVolumeInformationA(row.root, std::span(volume.data(), 260), serial, maxLen, flags,
-                                                   std::span(fs.data(), 260)))
+        if (sys.volumes.GetVolumeInformationA(row.root, std::span(volume.data(), 260), serial, maxLen, flags,
+                                              std::span(fs.data(), 260)))
             row.fileSystem = CString(fs);
         std::array<std::uint8_t, 8> avail{}, total{}, totalFree{};
-        if (prog.sys.volumes.GetDiskFreeSpaceExA(row.root, avail, total, totalFree)) {
+        if (sys.volumes.GetDiskFreeSpaceExA(row.root, avail, total, totalFree)) {
             row.totalBytes = U64(total);
             row.freeBytes = U64(totalFree);
             row.usedBytes = row.totalBytes >= row.freeBytes ? row.totalBytes - row.freeBytes : 0;
@@ -308,42 +293,30 @@ std::optional<std::string> Tool::Resolve(const std::string& text) {
 }
 
 ReleaseResult Tool::Release(const std::string& root) {
-    app::Program& prog = state_->form.program();
-    ReleaseResult r{root, kOk, {}, {}, {}};
-    // The system drive is never released, whatever is asked.
-    if (root.find("C:\\") != std::string::npos) {
-        r.code = kRefused;
-        r.message = "Drive " + root + " is the system drive and is never released.";
-        return r;
-    }
-    if (!prog.sys.fso.GetDrive(root)) {
-        r.code = kNotFound;
-        r.message = "Drive " + root + " was not found.";
-        return r;
-    }
-    if (drives::GetBusType(prog, vb::Left(root, 2)) != "Usb") {
-        r.code = kNotUsb;
-        r.message = "Drive " + root + " is not a USB drive.";
-        return r;
-    }
-    return Eject(root);
+    using release::Refusal;
+    const auto why = release::WhyNotReleasable(state_->services, root);
+    if (!why) return Eject(root);
+    if (*why == Refusal::kSystemDrive)
+        return {root, kRefused, "Drive " + root + " is the system drive and is never released.", {}, {}};
+    if (*why == Refusal::kNoSuchDrive) return {root, kNotFound, "Drive " + root + " was not found.", {}, {}};
+    return {root, kNotUsb, "Drive " + root + " is not a USB drive.", {}, {}};
 }
 
 ReleaseResult Tool::Eject(const std::string& root) {
-    app::Program& prog = state_->form.program();
     ReleaseResult r{root, kOk, {}, {}, {}};
     // What is still cached for the device is written first, while the user
     // can watch; the ejection writes anything left again.
     if (ctx_.flush)
         ctx_.flush(
             root, progress_ ? progress_ : [](const FlushProgress&) {});
-    if (!release::CloseDriveHandles(prog, vb::Left(root, 2), prog.sys.native.GetCurrentProcessId())) {
+    state_->veto.Reset();
+    const release::Outcome outcome = release::ReleaseDrive(state_->services, root, app::kFalse);
+    if (outcome == release::Outcome::kHandlesNotClosed) {
         r.code = kSystemError;
         r.message = "Drive " + root + " could not be released: closing this program's open handles on it failed.";
         return r;
     }
-    state_->veto.Reset();
-    if (release::EjectUsbDrive(prog, "\\\\.\\" + vb::Left(root, 2), app::kFalse) == app::kFalse) {
+    if (outcome == release::Outcome::kNotEjected) {
         if (state_->veto.Requests() == 0) {
             // The volume, its device number or its device could not be found.
             r.code = kSystemError;
@@ -386,57 +359,33 @@ ReleaseResult Tool::Eject(const std::string& root) {
 }
 
 SerialResult Tool::Serial(const std::string& root) {
-    app::Program& prog = state_->form.program();
-    const std::string serial = drives::GetSerialNumber(prog, app::Ctl::lblWMIDeviceID, vb::Left(root, 2));
-    std::string id = state_->view.Text(app::Ctl::lblWMIDeviceID);
-    state_->view.SetText(app::Ctl::lblWMIDeviceID, "");
-    if (id == drives::kNoDeviceId) id.clear();
-    // The label doubles every "&"; the ID itself has single ones.
-    std::string single;
-    for (std::size_t i = 0; i < id.size(); ++i) {
-        single += id[i];
-        if (id[i] == '&' && i + 1 < id.size() && id[i + 1] == '&') ++i;
-    }
-    return {serial, single};
+    const std::string id = drives::FindPNPDeviceID(state_->services, vb::Left(root, 2)).value_or(std::string{});
+    return {drives::SerialOfDeviceId(id), vb::Trim(id).empty() ? std::string{} : id};
 }
 
 void Tool::Watch(platform::WindowHandle window) {
-    app::Program& prog = state_->form.program();
-    fake::HeadlessView& v = state_->view;
-    v.SetHwnd(window);
     state_->watched = window;
-    state_->form.FillDriveList(false);
-    state_->drives = ListedDrives(v);
-    // The program's own order: the device-change procedure first, the shell
-    // report procedure in front of it, registered for every report.
-    prog.DeviceWatchEnabled = app::kTrue;
-    notify::HookDeviceChange(prog, window);
-    state_->form.SubClassNotify();
-    v.SetText(app::Ctl::Text1, "");
+    state_->drives = ListedRows(state_->services);
+    // Every shell report reaches the window; device broadcasts reach every
+    // top-level window without asking.
+    notify::RegisterForAllReports(state_->services, window);
 }
 
-void Tool::Unwatch() {
-    if (state_->watched == 0) return;
-    app::Program& prog = state_->form.program();
-    notify::UnsubclassWindow(prog, state_->watched);
-    notify::UnhookDeviceChange(prog, state_->watched);
-    prog.PrevWndProc = 0;
-    state_->watched = 0;
-}
+void Tool::Unwatch() { state_->watched = 0; }
 
-std::vector<WatchEvent> Tool::Seen(std::uint32_t message, std::uintptr_t wParam) {
-    fake::HeadlessView& v = state_->view;
+std::vector<WatchEvent> Tool::Seen(std::uint32_t message, std::uintptr_t wParam, std::intptr_t lParam) {
     std::vector<WatchEvent> events;
+    if (state_->watched == 0) return events;
     if (message == platform::kWmDeviceChange &&
         (wParam == platform::kDbtDeviceArrival || wParam == platform::kDbtDeviceRemoveComplete)) {
-        // The device handling refilled the drive list: one line per drive that came or went.
+        // The drive list as the window refills it: one line per drive that came or went.
         const bool arrival = wParam == platform::kDbtDeviceArrival;
-        const std::vector<ListedDrive> now = ListedDrives(v);
-        const std::vector<ListedDrive>& from = arrival ? now : state_->drives;
-        const std::vector<ListedDrive>& against = arrival ? state_->drives : now;
+        const std::vector<drives::ListRow> now = ListedRows(state_->services);
+        const std::vector<drives::ListRow>& from = arrival ? now : state_->drives;
+        const std::vector<drives::ListRow>& against = arrival ? state_->drives : now;
         for (const auto& d : from) {
             const bool stays = std::any_of(against.begin(), against.end(),
-                                           [&](const ListedDrive& other) { return other.root == d.root; });
+                                           [&](const drives::ListRow& other) { return other.root == d.root; });
             if (!stays) events.push_back({arrival ? "arrival" : "removal", d.root, d.label + " (" + d.kind + ")"});
         }
         if (events.empty())
@@ -445,10 +394,9 @@ std::vector<WatchEvent> Tool::Seen(std::uint32_t message, std::uintptr_t wParam)
         return events;
     }
     if (message == platform::kWmShNotify) {
-        // The shell handling logged the report in the window's log; the
-        // log is emptied after each report so a long watch does not grow.
-        const std::string entry = v.Text(app::Ctl::Text1);
-        v.SetText(app::Ctl::Text1, "");
+        // The report as the window logs it, its lines joined.
+        const std::string entry =
+            notify::DescribeShellReport(state_->services.shell, wParam, static_cast<std::uint32_t>(lParam));
         WatchEvent e{"change", "", ""};
         std::size_t at = 0;
         while (at < entry.size()) {
@@ -461,9 +409,7 @@ std::vector<WatchEvent> Tool::Seen(std::uint32_t message, std::uintptr_t wParam)
             // The drive of the first path the report names.
             const auto path = line.find(" path: ");
             const std::string named = path != std::string::npos ? line.substr(path + 7) : line;
-            if (e.root.empty() && named.size() >= 3 && named[1] == ':' && named[2] == '\\' && named[0] >= 'A' &&
-                named[0] <= 'Z')
-                e.root = named.substr(0, 3);
+            if (e.root.empty() && notify::IsDriveRoot(named)) e.root = named.substr(0, 3);
         }
         if (!e.detail.empty()) events.push_back(std::move(e));
     }
@@ -669,8 +615,8 @@ int Tool::watch(const Options& o, std::ostream& out, std::ostream& err, WatchLoo
         return kSystemError;
     }
     Watch(window);
-    loop->Run([&](std::uint32_t message, std::uintptr_t wParam, std::intptr_t) {
-        for (const auto& e : Seen(message, wParam)) {
+    loop->Run([&](std::uint32_t message, std::uintptr_t wParam, std::intptr_t lParam) {
+        for (const auto& e : Seen(message, wParam, lParam)) {
             if (o.json)
                 out << Dump(Json{{"event", e.kind}, {"root", e.root}, {"detail", e.detail}}, -1) << std::endl;
             else

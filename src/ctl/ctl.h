@@ -1,7 +1,8 @@
 #pragma once
 // kestrinectl: the drive list, release, serial lookup and "who holds it"
-// without a window. The commands run the window's own logic (the drive list
-// fill, the bus probe, the handle closing and the ejection) against whatever
+// without a window. The commands call the logic functions the window calls
+// (the drive list's rows, which drives may be released, the release of one
+// drive, the serial lookup, the shell report's lines) against whatever
 // backend the caller hands in; only the printing is the tool's own.
 #include <cstdint>
 #include <functional>
@@ -115,9 +116,7 @@ struct WatchEvent {
 
 // A system's side of watch: a window that receives the system's device
 // broadcasts and shell reports, and a loop that delivers them to it until
-// interrupted. The tool hooks the program's device and shell handling into
-// the window's chain of procedures; what passed the chain reaches the
-// window's own procedure, which hands it to `seen`.
+// interrupted: the window's own procedure hands every message to `seen`.
 class WatchLoop {
 public:
     virtual ~WatchLoop() = default;
@@ -150,12 +149,13 @@ public:
     ReleaseResult Eject(const std::string& root);
     SerialResult Serial(const std::string& root);
 
-    // The events a message that passed the window's procedures stands for,
-    // as the program's handling left its drive list and its log: one per
-    // drive that came or went, one per logged report; none for a message
-    // the program does not handle. Watch() must run first.
-    std::vector<WatchEvent> Seen(std::uint32_t message, std::uintptr_t wParam);
-    // Hooks the program's device and shell handling into the window; Unwatch() takes them out.
+    // The events a message to the watched window stands for, as the window's
+    // drive list and log would show them: one per drive that came or went,
+    // one per shell report; none for a message the program does not handle.
+    // Watch() must run first.
+    std::vector<WatchEvent> Seen(std::uint32_t message, std::uintptr_t wParam, std::intptr_t lParam);
+    // Registers the window for the shell's reports and lists the drives as
+    // they are; Unwatch() ends the watch.
     void Watch(platform::WindowHandle window);
     void Unwatch();
 

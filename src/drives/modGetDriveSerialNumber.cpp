@@ -4,6 +4,7 @@
 
 #include "core/program.h"
 #include "core/vb.h"
+#include "platform/services.h"
 
 namespace drives {
 
@@ -34,12 +35,11 @@ std::string DoubleAmpersands(const std::string& text) {
 
 } // namespace
 
-std::string GetPNPDeviceID(app::Program& prog, app::Ctl label, const std::string& sDrive) {
-    auto& wmi = prog.sys.management;
+std::optional<std::string> FindPNPDeviceID(platform::Services& sys, const std::string& sDrive) {
+    auto& wmi = sys.management;
     const auto disks = wmi.ExecQuery(kMoniker, "SELECT Caption, DeviceID, PNPDeviceID FROM Win32_DiskDrive");
-    if (!disks) return {};
+    if (!disks) return std::nullopt;
     for (const auto& disk : *disks) {
-        const std::string id = disk.PNPDeviceID;
         const auto partitions = wmi.ExecQuery(kMoniker, "ASSOCIATORS OF {Win32_DiskDrive.DeviceID='" + disk.DeviceID +
                                                             "'} WHERE AssocClass = Win32_DiskDriveToDiskPartition");
         if (!partitions) continue;
@@ -48,15 +48,18 @@ std::string GetPNPDeviceID(app::Program& prog, app::Ctl label, const std::string
                 wmi.ExecQuery(kMoniker, "ASSOCIATORS OF {Win32_DiskPartition.DeviceID='" + partition.DeviceID +
                                             "'} WHERE AssocClass = Win32_LogicalDiskToPartition");
             if (!logical) continue;
-            for (const auto& disk2 : *logical) {
-                if (disk2.DeviceID == sDrive) {
-                    prog.view.SetText(label, DoubleAmpersands(id));
-                    return id;
-                }
-            }
+            for (const auto& disk2 : *logical)
+                if (disk2.DeviceID == sDrive) return disk.PNPDeviceID;
         }
     }
-    return {};
+    return std::nullopt;
+}
+
+std::string GetPNPDeviceID(app::Program& prog, app::Ctl label, const std::string& sDrive) {
+    const auto id = FindPNPDeviceID(prog.sys, sDrive);
+    if (!id) return {};
+    prog.view.SetText(label, DoubleAmpersands(*id));
+    return *id;
 }
 
 std::string ExtractSerial(app::Ctl /*label*/, const std::string& deviceId) {
@@ -69,11 +72,14 @@ std::string ExtractSerial(app::Ctl /*label*/, const std::string& deviceId) {
     return vb::Trim(joined);
 }
 
+std::string SerialOfDeviceId(const std::string& deviceId) {
+    return vb::Trim(deviceId).empty() ? kNoSerial : ExtractSerial(app::Ctl{}, deviceId);
+}
+
 std::string GetSerialNumber(app::Program& prog, app::Ctl label, const std::string& drive) {
     const std::string id = GetPNPDeviceID(prog, label, drive);
-    if (!vb::Trim(id).empty()) return ExtractSerial(label, id);
-    prog.view.SetText(label, kNoDeviceId);
-    return kNoSerial;
+    if (vb::Trim(id).empty()) prog.view.SetText(label, kNoDeviceId);
+    return SerialOfDeviceId(id);
 }
 
 } // namespace drives

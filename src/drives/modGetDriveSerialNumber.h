@@ -1,12 +1,16 @@
 #pragma once
 // modGetDriveSerialNumber: the serial number of the disk a drive lives on,
 // cut from the Plug-and-Play device ID the management service gives for it.
+#include <optional>
 #include <string>
 
 #include "core/form_table.h"
 
 namespace app {
 struct Program;
+}
+namespace platform {
+struct Services;
 }
 
 namespace drives {
@@ -19,12 +23,18 @@ inline constexpr const char* kNoSerial = "none";
 std::string GetSerialNumber(app::Program& prog, app::Ctl label, const std::string& drive);
 
 // The PNP device ID of the first disk (in the service's order) that holds the
-// drive, found through its partitions and their logical disks; "" when none
-// does. When found, the label shows the ID with every "&" doubled.
+// drive ("E:"), found through its partitions and their logical disks; nothing
+// when none does.
+std::optional<std::string> FindPNPDeviceID(platform::Services& sys, const std::string& sDrive);
+
+// The same, "" when none does; when found, the label shows the ID with every
+// "&" doubled.
 std::string GetPNPDeviceID(app::Program& prog, app::Ctl label, const std::string& sDrive);
 
 // The instance part of a device ID (after the last "\") with its "&"-separated
 // parts joined by single spaces, empty parts left out.
 std::string ExtractSerial(app::Ctl label, const std::string& deviceId);
+// The serial text of a device ID: ExtractSerial's, or "none" for a blank ID.
+std::string SerialOfDeviceId(const std::string& deviceId);
 
 } // namespace drives

@@ -47,14 +47,14 @@ std::string BusTypeName(std::uint32_t busType) {
     return busType < std::size(kNames) ? kNames[busType] : "";
 }
 
-bool QueryStorageDescriptor(app::Program& prog, platform::Handle hDevice, StorageDescriptor& descriptor) {
+bool QueryStorageDescriptor(platform::Services& sys, platform::Handle hDevice, StorageDescriptor& descriptor) {
     std::array<std::uint8_t, platform::kStoragePropertyQuerySize> query{}; // device property, standard query
     std::uint32_t bytesReturned = 0;
-    return prog.sys.storage.DeviceIoControl(hDevice, IOCTL_STORAGE_QUERY_PROPERTY(), query, descriptor, bytesReturned);
+    return sys.storage.DeviceIoControl(hDevice, IOCTL_STORAGE_QUERY_PROPERTY(), query, descriptor, bytesReturned);
 }
 
-std::string GetBusType(app::Program& prog, const std::string& sDrive) {
-    auto& storage = prog.sys.storage;
+std::string GetBusType(platform::Services& sys, const std::string& sDrive) {
+    auto& storage = sys.storage;
     const platform::Handle h =
         storage.CreateFileA("\\\\.\\" + sDrive, platform::kGenericRead,
                             platform::kFileShareRead | platform::kFileShareWrite, platform::kOpenExisting, 0);
@@ -62,7 +62,7 @@ std::string GetBusType(app::Program& prog, const std::string& sDrive) {
     StorageDescriptor descriptor{};
     descriptor[platform::kDescriptorSizeOffset] = static_cast<std::uint8_t>(descriptor.size());
     // When the driver does not answer, BusType stays 0 and the name is empty.
-    QueryStorageDescriptor(prog, h, descriptor);
+    QueryStorageDescriptor(sys, h, descriptor);
     const std::string name = BusTypeName(ReadU32(descriptor, platform::kDescriptorBusTypeOffset));
     storage.CloseHandle(h);
     return name;
@@ -82,7 +82,7 @@ bool ListDrives(app::Program& prog, app::Ctl list) {
             label = *drive.VolumeName;
         }
         // Asked anew for every line: a letter may stand for another device now.
-        const bool usb = GetBusType(prog, vb::Left(root, 2)) == "Usb";
+        const bool usb = GetBusType(prog.sys, vb::Left(root, 2)) == "Usb";
         if (usb) anyUsb = true;
         prog.view.AddListItem(list, root + label + (usb ? " (USB)" : ""));
     }

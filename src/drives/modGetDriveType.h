@@ -12,6 +12,9 @@
 namespace app {
 struct Program;
 }
+namespace platform {
+struct Services;
+}
 
 namespace drives {
 
@@ -33,11 +36,11 @@ std::string BusTypeName(std::uint32_t busType);
 
 // The bus name of a drive given as letter and colon ("E:"); "" when the
 // volume cannot be opened or its driver does not answer.
-std::string GetBusType(app::Program& prog, const std::string& sDrive);
+std::string GetBusType(platform::Services& sys, const std::string& sDrive);
 
 // Asks the storage driver of an open volume for its device descriptor; true
 // when it answered.
-bool QueryStorageDescriptor(app::Program& prog, platform::Handle hDevice, StorageDescriptor& descriptor);
+bool QueryStorageDescriptor(platform::Services& sys, platform::Handle hDevice, StorageDescriptor& descriptor);
 
 // Fills the list box with one line per drive ("E:\STICK (USB)", "C:\System",
 // "D:\") and returns true when at least one drive sits on a USB bus. A drive

@@ -81,20 +81,20 @@ Handle OpenForDuplication(platform::Native& native, std::uint32_t processId) {
 
 bool NtSuccess(NtStatus status) { return status >= 0; }
 
-std::uint32_t GetFileTypeTimed(app::Program& prog, Handle handle) {
+std::uint32_t GetFileTypeTimed(platform::Services& sys, Handle handle) {
     std::uint32_t fileType = 0;
-    const std::uint32_t wait = prog.sys.native.GetFileTypeOnThread(handle, kFileTypeTimeLimitMs, fileType);
+    const std::uint32_t wait = sys.native.GetFileTypeOnThread(handle, kFileTypeTimeLimitMs, fileType);
     // A query still running when the limit passed, or one that never started, tells nothing.
     return wait == platform::kWaitObject0 ? fileType : 0;
 }
 
-std::string GetHandlePath(app::Program& prog, Handle handle) {
+std::string GetHandlePath(platform::Services& sys, Handle handle) {
     // The object's name in device form: "\Device\HarddiskVolume5\docs\a.txt".
     std::string name;
     {
         std::vector<std::uint8_t> info(kObjectNameBufferBytes, 0);
         std::uint32_t returned = 0;
-        if (NtSuccess(prog.sys.native.NtQueryObject(handle, platform::kObjectNameInformation, info, returned))) {
+        if (NtSuccess(sys.native.NtQueryObject(handle, platform::kObjectNameInformation, info, returned))) {
             for (std::size_t at = platform::kObjectNameText; at + 1 < info.size(); at += 2) {
                 const std::uint16_t unit = Read16(info, at);
                 if (unit == 0) break;
@@ -104,7 +104,7 @@ std::string GetHandlePath(app::Program& prog, Handle handle) {
     }
 
     std::array<char, kDriveStringsChars> roots{};
-    const std::uint32_t written = prog.sys.volumes.GetLogicalDriveStringsA(roots);
+    const std::uint32_t written = sys.volumes.GetLogicalDriveStringsA(roots);
     if (written == 0) return "";
     const std::string lowerName = Lower(name);
     const std::size_t end = std::min<std::size_t>(written, roots.size());
@@ -113,7 +113,7 @@ std::string GetHandlePath(app::Program& prog, Handle handle) {
         at += root.size() + 1;
         if (root.size() < 2) continue;
         std::array<char, kDeviceNameChars> target{};
-        prog.sys.storage.QueryDosDeviceA(root.substr(0, 2), std::span<char>(target.data(), kDeviceNameOffered));
+        sys.storage.QueryDosDeviceA(root.substr(0, 2), std::span<char>(target.data(), kDeviceNameOffered));
         const std::string device(target.data()); // only the first target counts
         // A letter without a device name maps nothing.
         if (device.empty()) continue;
@@ -123,8 +123,8 @@ std::string GetHandlePath(app::Program& prog, Handle handle) {
     return "";
 }
 
-bool CloseHandleInProcess(app::Program& prog, std::uint32_t processId, Handle handle) {
-    platform::Native& native = prog.sys.native;
+bool CloseHandleInProcess(platform::Services& sys, std::uint32_t processId, Handle handle) {
+    platform::Native& native = sys.native;
     NtStatus closeStatus = platform::kStatusSuccess;
     const Handle process = OpenForDuplication(native, processId);
     if (process == 0) return true;
@@ -137,12 +137,12 @@ bool CloseHandleInProcess(app::Program& prog, std::uint32_t processId, Handle ha
     return NtSuccess(closeStatus);
 }
 
-bool CloseDriveHandles(app::Program& prog, const std::string& drive, std::uint32_t processId) {
-    platform::Native& native = prog.sys.native;
+bool CloseDriveHandles(platform::Services& sys, const std::string& drive, std::uint32_t processId) {
+    platform::Native& native = sys.native;
 
     // The "NUL" device is a file every system has; its entry in the table
     // tells the object type number of files.
-    const Handle nul = prog.sys.storage.CreateFileA("NUL", platform::kGenericRead, 0, platform::kOpenExisting, 0);
+    const Handle nul = sys.storage.CreateFileA("NUL", platform::kGenericRead, 0, platform::kOpenExisting, 0);
     if (nul == platform::kInvalidHandleValue) return false;
 
     std::vector<TableEntry> table;
@@ -174,10 +174,10 @@ bool CloseDriveHandles(app::Program& prog, const std::string& drive, std::uint32
         native.NtClose(process);
         if (!NtSuccess(status)) continue;
         // A handle whose type query does not come back in time (a pipe) keeps no path.
-        if (GetFileTypeTimed(prog, copy) != 0) path = GetHandlePath(prog, copy);
+        if (GetFileTypeTimed(sys, copy) != 0) path = GetHandlePath(sys, copy);
         native.NtClose(copy);
         if (!path.empty() && Lower(path).find(wanted) != std::string::npos) {
-            if (!CloseHandleInProcess(prog, processId, entry.handle)) result = false;
+            if (!CloseHandleInProcess(sys, processId, entry.handle)) result = false;
         }
     }
     return result;

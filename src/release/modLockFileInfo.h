@@ -10,8 +10,8 @@
 #include "platform/native.h"
 #include "platform/types.h"
 
-namespace app {
-struct Program;
+namespace platform {
+struct Services;
 }
 
 namespace release {
@@ -23,20 +23,20 @@ inline constexpr std::uint32_t kFileTypeTimeLimitMs = 100;
 // case. False when the file object type cannot be learned (the "NUL" device
 // does not open), the handle table cannot be read, or closing a handle's copy
 // fails; the other handles are processed all the same.
-bool CloseDriveHandles(app::Program& prog, const std::string& drive, std::uint32_t processId);
+bool CloseDriveHandles(platform::Services& sys, const std::string& drive, std::uint32_t processId);
 
 // Closes one handle inside its owning process. False only when closing the
 // program's copy fails; a process that does not open or a handle that cannot
 // be copied counts as done.
-bool CloseHandleInProcess(app::Program& prog, std::uint32_t processId, platform::Handle handle);
+bool CloseHandleInProcess(platform::Services& sys, std::uint32_t processId, platform::Handle handle);
 
 // The path of a handle of the program's own process in drive-letter form
 // ("E:\docs\a.txt"), or "" when its name lies on no drive or cannot be read.
-std::string GetHandlePath(app::Program& prog, platform::Handle handle);
+std::string GetHandlePath(platform::Services& sys, platform::Handle handle);
 
 // The handle's file type as GetFileType reports it, or 0 when the query does
 // not finish within kFileTypeTimeLimitMs or cannot be started.
-std::uint32_t GetFileTypeTimed(app::Program& prog, platform::Handle handle);
+std::uint32_t GetFileTypeTimed(platform::Services& sys, platform::Handle handle);
 
 // A status is a success when it is not negative.
 bool NtSuccess(platform::NtStatus status);

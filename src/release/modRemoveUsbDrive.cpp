@@ -43,10 +43,10 @@ std::optional<platform::Guid> InterfaceClassFor(std::uint32_t driveType, const s
 
 } // namespace
 
-std::uint32_t FindDeviceInstance(app::Program& prog, std::uint32_t DeviceNumber, std::uint32_t DriveType,
+std::uint32_t FindDeviceInstance(platform::Services& sys, std::uint32_t DeviceNumber, std::uint32_t DriveType,
                                  const std::string& DosDeviceName) {
-    auto& devices = prog.sys.devices;
-    auto& storage = prog.sys.storage;
+    auto& devices = sys.devices;
+    auto& storage = sys.storage;
     const auto guid = InterfaceClassFor(DriveType, DosDeviceName);
     if (!guid) return 0; // network drives, RAM disks and unknown types have no interface class
 
@@ -86,9 +86,9 @@ std::uint32_t FindDeviceInstance(app::Program& prog, std::uint32_t DeviceNumber,
     return 0;
 }
 
-std::int16_t EjectUsbDrive(app::Program& prog, const std::string& VolumePath, std::int16_t SystemNotice) {
-    auto& storage = prog.sys.storage;
-    auto& devices = prog.sys.devices;
+std::int16_t EjectUsbDrive(platform::Services& sys, const std::string& VolumePath, std::int16_t SystemNotice) {
+    auto& storage = sys.storage;
+    auto& devices = sys.devices;
     const std::string DriveName = VolumePath.size() >= 2 ? VolumePath.substr(VolumePath.size() - 2) : VolumePath;
 
     const platform::Handle h = storage.CreateFileA(VolumePath, 0, kShareReadWrite, platform::kOpenExisting, 0);
@@ -97,13 +97,13 @@ std::int16_t EjectUsbDrive(app::Program& prog, const std::string& VolumePath, st
     storage.CloseHandle(h);
     if (!DeviceNumber) return app::kFalse;
 
-    const std::uint32_t DriveType = prog.sys.volumes.GetDriveTypeA(DriveName);
+    const std::uint32_t DriveType = sys.volumes.GetDriveTypeA(DriveName);
 
     std::array<char, kDosDeviceChars> dos{};
     if (storage.QueryDosDeviceA(DriveName, dos) == 0) return app::kFalse;
     const std::string DosDeviceName(dos.data()); // cut at the first NUL
 
-    const std::uint32_t DevInst = FindDeviceInstance(prog, *DeviceNumber, DriveType, DosDeviceName);
+    const std::uint32_t DevInst = FindDeviceInstance(sys, *DeviceNumber, DriveType, DosDeviceName);
     if (DevInst == 0) return app::kFalse;
 
     // The request goes to the parent: for a USB stick, the mass-storage device.

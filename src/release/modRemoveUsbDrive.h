@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-namespace app {
-struct Program;
+namespace platform {
+struct Services;
 }
 
 namespace release {
@@ -19,12 +19,12 @@ inline constexpr std::uint32_t kEjectPauseMs = 300;
 // True (-1) uses the request form that lets the system tell the user the
 // outcome; False (0) the form with a veto-name buffer. True (-1) when the
 // device manager accepted the request, False (0) otherwise.
-std::int16_t EjectUsbDrive(app::Program& prog, const std::string& VolumePath, std::int16_t SystemNotice);
+std::int16_t EjectUsbDrive(platform::Services& sys, const std::string& VolumePath, std::int16_t SystemNotice);
 
 // The device instance of the interface whose storage device number is
 // DeviceNumber, searched among the interfaces of the class the drive type
 // calls for; 0 when none matches.
-std::uint32_t FindDeviceInstance(app::Program& prog, std::uint32_t DeviceNumber, std::uint32_t DriveType,
+std::uint32_t FindDeviceInstance(platform::Services& sys, std::uint32_t DeviceNumber, std::uint32_t DriveType,
                                  const std::string& DosDeviceName);
 
 } // namespace release

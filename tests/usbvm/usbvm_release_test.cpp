@@ -397,7 +397,7 @@ TEST(UsbHandles, TheHandleWalkReadsTheTableOnceWithSixteenThousandDescriptorsOpe
     fake::HeadlessView view;
     app::Program prog(services, view);
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_TRUE(release::CloseDriveHandles(prog, "C:", services.native.GetCurrentProcessId()));
+    EXPECT_TRUE(release::CloseDriveHandles(prog.sys, "C:", services.native.GetCurrentProcessId()));
     const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
     std::printf("usbvm: the handle walk took %lld ms with 16,000 descriptors open in another process\n",
                 static_cast<long long>(took.count()));

@@ -1,6 +1,6 @@
-// kestrinectl watch on Windows: the hidden watch window, the program's device
-// and shell procedures hooked into its real chain, device broadcasts and a
-// shell change report delivered by the system's message loop.
+// kestrinectl watch on Windows: the hidden watch window, registered for the
+// shell's reports, device broadcasts and a shell change report delivered by
+// the system's message loop.
 #include "platform/win32/raii.h"
 // The backend's header before any other boundary header: it clears a macro of <windows.h>.
 #include "platform/win32/backend.h"
@@ -22,11 +22,10 @@ namespace {
 
 constexpr WPARAM kDbtDevNodesChanged = 0x7;
 
-// Waits (at most 5 s) until the program's shell procedure is on the window:
-// it keeps the procedure it replaced as a property.
-void WaitForHook(HWND hwnd) {
-    for (int i = 0; i < 200 && ::GetPropA(hwnd, "OldWndProc") == nullptr; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(25));
+// Waits (at most 5 s) until the watch's loop receives messages; the window
+// is registered for the shell's reports before.
+void WaitForLoop(const ctlwin::WatchWindow& watch) {
+    for (int i = 0; i < 200 && !watch.Running(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(25));
 }
 
 struct WatchBench {
@@ -45,7 +44,7 @@ struct WatchBench {
     }
 };
 
-TEST(Win32Watch, DeviceBroadcastsPassTheProgramsProcedures) {
+TEST(Win32Watch, DeviceBroadcastsReachTheWatchWindow) {
     WatchBench b;
     const HWND hwnd = b.Hwnd();
     ASSERT_NE(hwnd, nullptr);
@@ -53,10 +52,10 @@ TEST(Win32Watch, DeviceBroadcastsPassTheProgramsProcedures) {
     const LONG_PTR own = ::GetWindowLongPtrA(hwnd, GWLP_WNDPROC);
 
     // Sent from another thread, as the system sends its broadcasts (a device
-    // message cannot be posted), once the program's procedures are in the
-    // chain; the loop delivers each while it waits for messages.
+    // message cannot be posted), once the loop runs; it delivers each while
+    // it waits for messages.
     std::thread system([&] {
-        WaitForHook(hwnd);
+        WaitForLoop(b.watch);
         ::SendMessageA(hwnd, WM_DEVICECHANGE, platform::kDbtDeviceArrival, 0);
         ::SendMessageA(hwnd, WM_DEVICECHANGE, kDbtDevNodesChanged, 0); // not handled by the program: no line
         ::SendMessageA(hwnd, WM_DEVICECHANGE, platform::kDbtDeviceRemoveComplete, 0);
@@ -67,9 +66,8 @@ TEST(Win32Watch, DeviceBroadcastsPassTheProgramsProcedures) {
     system.join();
     EXPECT_EQ(out.str(), "arrival - no drive came\nremoval - no drive went\n");
     EXPECT_EQ(err.str(), "");
-    // The program's procedures are out of the chain again.
+    // Nothing was put in front of the window's own procedure.
     EXPECT_EQ(::GetWindowLongPtrA(hwnd, GWLP_WNDPROC), own);
-    EXPECT_EQ(::GetPropA(hwnd, "OldWndProc"), nullptr);
 }
 
 TEST(Win32Watch, AShellReportOfANewFolderIsLoggedAsTheWindowLogsIt) {
@@ -80,9 +78,9 @@ TEST(Win32Watch, AShellReportOfANewFolderIsLoggedAsTheWindowLogsIt) {
     const std::string folder = std::string(temp) + "kestrine-watch-" + std::to_string(::GetCurrentProcessId());
     ::CreateDirectoryA(folder.c_str(), nullptr);
 
-    // Once the program's procedures are on the window, the shell is told of the folder.
+    // Once the window is registered and the loop runs, the shell is told of the folder.
     std::thread reporter([&] {
-        WaitForHook(hwnd);
+        WaitForLoop(b.watch);
         ::SHChangeNotify(SHCNE_MKDIR, SHCNF_PATHA | SHCNF_FLUSH, folder.c_str(), nullptr);
         b.watch.Stop();
     });

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "core/form_table.h"
+#include "notify/shell_report.h"
 #include "platform/fake/json_numbers.h"
 #include "ui/cProgressBar.h"
 
@@ -142,9 +143,9 @@ std::uint32_t ShellEvent(const Json& step) {
     if (const auto n = fake::WholeNumber<std::uint32_t>(e)) return *n;
     const std::string name = e.is_string() ? e.get<std::string>() : std::string{};
     for (std::uint32_t bit = 0; bit < 32; ++bit)
-        if (app::frmMain::ShellEventName(1u << bit) == name) return 1u << bit;
+        if (notify::ShellEventName(1u << bit) == name) return 1u << bit;
     for (std::uint32_t code : {0x0002381Fu, 0x0C0581E0u, 0x7FFFFFFFu})
-        if (app::frmMain::ShellEventName(code) == name) return code;
+        if (notify::ShellEventName(code) == name) return code;
     throw std::runtime_error("scenario: unknown shell event \"" + name + "\"");
 }
 

@@ -47,8 +47,10 @@ void WatchWindow::Reached(std::uint32_t message, std::uintptr_t wParam, std::int
 void WatchWindow::Run(const Seen& seen) {
     if (window_ == 0) return;
     seen_ = &seen;
+    running_ = true;
     MSG msg;
     while (::GetMessageA(&msg, nullptr, 0, 0) > 0) windows_.Dispatch(&msg);
+    running_ = false;
     seen_ = nullptr;
 }
 

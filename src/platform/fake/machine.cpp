@@ -554,7 +554,7 @@ std::intptr_t Machine::CurrentProcedure(platform::WindowHandle window) const {
 std::intptr_t Machine::CallWindowProcA(std::intptr_t previous, platform::WindowHandle window, std::uint32_t message,
                                        std::uintptr_t wParam, std::intptr_t lParam) {
     if (previous == kOwnProcedure) {
-        ownMessages_.push_back(Delivered{message, wParam});
+        ownMessages_.push_back(Delivered{message, wParam, lParam});
         return 0;
     }
     if (previous == 0) return 0;

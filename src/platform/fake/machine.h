@@ -145,6 +145,7 @@ public:
     struct Delivered {
         std::uint32_t message;
         std::uintptr_t wParam;
+        std::intptr_t lParam;
     };
     const std::vector<Delivered>& OwnProcedureMessages() const { return ownMessages_; }
     // The value standing for a window's own procedure.
