@@ -72,7 +72,7 @@ TEST(Win32Watch, DeviceBroadcastsReachTheWatchWindow) {
 
 TEST(Win32Watch, AShellReportOfANewFolderIsLoggedAsTheWindowLogsIt) {
     WatchBench b;
-    const HWND hwnd = b.Hwnd();
+    ASSERT_NE(b.Hwnd(), nullptr);
     char temp[MAX_PATH] = {};
     ASSERT_GT(::GetTempPathA(MAX_PATH, temp), 0u);
     const std::string folder = std::string(temp) + "kestrine-watch-" + std::to_string(::GetCurrentProcessId());
