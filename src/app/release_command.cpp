@@ -24,120 +24,143 @@ private:
     app::frmMain& form_;
 };
 
-} // namespace
+// One run of the command over the work list. Each step yields to the
+// message loop where the window lets the system's messages in.
+class Run {
+public:
+    explicit Run(app::frmMain& form)
+        : form_(form), prog_(form.program()), v_(form.view()), windows_(prog_.sys.windows) {}
 
-void cmdRemoveUSB_Click(app::frmMain& form) {
-    if (form.ReleaseBusy()) return; // one run at a time
-    const Busy busy(form);
+    void operator()() {
+        FillWorkList();
+        yield();
+        v_.SetEnabled(Ctl::cmdRemoveUSB, false);
+        v_.SetEnabled(Ctl::cmdClose, false);
+        form_.SetReleaseRunning(1);
 
-    app::Program& prog = form.program();
-    app::View& v = form.view();
-    auto& windows = prog.sys.windows;
-    auto yield = [&] { windows.DoEvents(); };
-    auto message = [&](const std::string& text) {
-        windows.MessageBoxA(v.hWnd(), text, prog.sys.app.Title(), platform::kMbOk | platform::kMbIconStop);
-    };
+        const int entries = v_.ListCount(Ctl::lstTempUSB);
+        for (int i = 0; i < entries; ++i)
+            if (!ReleaseEntry(vb::Trim(v_.List(Ctl::lstTempUSB, i)))) break;
+        Finish();
+    }
+
+private:
+    void yield() { windows_.DoEvents(); }
+    void message(const std::string& text) {
+        windows_.MessageBoxA(v_.hWnd(), text, prog_.sys.app.Title(), platform::kMbOk | platform::kMbIconStop);
+    }
 
     // The work list: the selected rows, never the system drive.
-    std::int16_t SelectedCount = 0;
-    v.ClearList(Ctl::lstTempUSB);
-    const int rows = v.ItemCount(Ctl::ListView1);
-    for (int i = 1; i <= rows; ++i) {
-        const std::string text = v.ItemText(Ctl::ListView1, i);
-        if (v.ItemSelected(Ctl::ListView1, i) && !IsSystemDrive(text)) {
-            v.AddListItem(Ctl::lstTempUSB, text);
-            ++SelectedCount;
+    void FillWorkList() {
+        v_.ClearList(Ctl::lstTempUSB);
+        const int rows = v_.ItemCount(Ctl::ListView1);
+        for (int i = 1; i <= rows; ++i) {
+            const std::string text = v_.ItemText(Ctl::ListView1, i);
+            if (v_.ItemSelected(Ctl::ListView1, i) && !IsSystemDrive(text)) {
+                v_.AddListItem(Ctl::lstTempUSB, text);
+                ++SelectedCount;
+            }
         }
     }
-    std::int16_t ReleasedCount = 0;
-    yield();
 
-    v.SetEnabled(Ctl::cmdRemoveUSB, false);
-    v.SetEnabled(Ctl::cmdClose, false);
-    form.SetReleaseRunning(1);
+    void ShowReleasing(const std::string& Entry) {
+        yield();
+        v_.SetVisible(Ctl::Frame1, false);
+        yield();
+        v_.SetText(Ctl::lblMessage1, kReleasingAt + Entry + " ]");
+        yield();
+        v_.SetText(Ctl::lblMessage2, kPleaseWait);
+        yield();
+        v_.SetVisible(Ctl::frameNotify, true);
+        yield();
+    }
 
-    const int entries = v.ListCount(Ctl::lstTempUSB);
-    for (int i = 0; i < entries; ++i) {
-        const std::string Entry = vb::Trim(v.List(Ctl::lstTempUSB, i));
-        yield();
-        v.SetVisible(Ctl::Frame1, false);
-        yield();
-        v.SetText(Ctl::lblMessage1, kReleasingAt + Entry + " ]");
-        yield();
-        v.SetText(Ctl::lblMessage2, kPleaseWait);
-        yield();
-        v.SetVisible(Ctl::frameNotify, true);
-        yield();
-
-        // The root from the entry: a root as listed, a letter with its colon,
-        // or a letter alone.
-        std::string Root;
-        const char* refusal = nullptr;
+    // The root from the entry: a root as listed, a letter with its colon, or
+    // a letter alone; "" with the refusal when the entry names no USB drive.
+    std::string RootOf(const std::string& Entry, const char*& refusal) {
         if (Entry.size() > 3) {
             refusal = kUsbDeviceNotFound;
-        } else if (Entry.size() == 2) {
-            if (!OnUsbBus(prog.sys, Entry))
-                refusal = kNotUsbDevice;
-            else
-                Root = v.Text(Ctl::txtUsbDrive) + "\\";
-        } else if (Entry.size() == 1) {
-            if (!OnUsbBus(prog.sys, Entry + ":"))
-                refusal = kNotUsbDevice;
-            else
-                Root = Entry + ":\\";
-        } else {
-            if (!OnUsbBus(prog.sys, vb::Left(Entry, 2)))
-                refusal = kNotUsbDevice;
-            else
-                Root = Entry;
+            return {};
         }
+        const std::string drive = Entry.size() == 1 ? Entry + ":" : vb::Left(Entry, 2);
+        if (!OnUsbBus(prog_.sys, drive)) {
+            refusal = kNotUsbDevice;
+            return {};
+        }
+        if (Entry.size() == 2) return v_.Text(Ctl::txtUsbDrive) + "\\";
+        return Entry.size() == 1 ? Entry + ":\\" : Entry;
+    }
+
+    // Releases one entry's drive; false ends the run.
+    bool ReleaseEntry(const std::string& Entry) {
+        ShowReleasing(Entry);
+        const char* refusal = nullptr;
+        const std::string Root = RootOf(Entry, refusal);
         if (refusal != nullptr) {
             message(refusal);
-            v.SetFocus(Ctl::ListView1);
-            v.SetVisible(Ctl::frameNotify, false);
-            v.SetVisible(Ctl::Frame1, true);
+            v_.SetFocus(Ctl::ListView1);
+            v_.SetVisible(Ctl::frameNotify, false);
+            v_.SetVisible(Ctl::Frame1, true);
             yield();
-            break;
+            return false;
         }
 
-        const Outcome outcome = ReleaseDrive(prog.sys, Root, app::kTrue);
+        const Outcome outcome = ReleaseDrive(prog_.sys, Root, app::kTrue);
         if (outcome == Outcome::kHandlesNotClosed) {
             message(kErrorWithDrive + Root);
-            break;
+            return false;
         }
         if (outcome == Outcome::kNotEjected) {
             message(std::string(kUnableToRelease) + " " + Root);
-            break;
+            return false;
         }
 
         if (SelectedCount == 1) {
-            form.ShowRelease("USB device at [ " + Root + " ]  has been released.");
-            break;
+            form_.ShowRelease("USB device at [ " + Root + " ]  has been released.");
+            return false;
         }
         ++ReleasedCount;
         yield();
         // The list control repaints itself; the yields let the removal that
         // follows the ejection come in.
         yield();
-        v.SetVisible(Ctl::frameNotify, false);
+        v_.SetVisible(Ctl::frameNotify, false);
         yield();
-        v.SetVisible(Ctl::Frame1, true);
+        v_.SetVisible(Ctl::Frame1, true);
+        return true;
     }
 
-    yield();
-    v.SetVisible(Ctl::frameNotify, false);
-    v.SetVisible(Ctl::Frame1, true);
+    void Finish() {
+        yield();
+        v_.SetVisible(Ctl::frameNotify, false);
+        v_.SetVisible(Ctl::Frame1, true);
 
-    if (ReleasedCount > 0) form.ShowRelease(std::to_string(ReleasedCount) + " USB drives released.");
+        if (ReleasedCount > 0) form_.ShowRelease(std::to_string(ReleasedCount) + " USB drives released.");
 
-    form.SetWaitStart(windows.Timer());
-    prog.WaitSince(form.WaitStart(), 0.5f);
+        form_.SetWaitStart(windows_.Timer());
+        prog_.WaitSince(form_.WaitStart(), 0.5f);
 
-    form.SetReleaseRunning(0);
-    yield();
-    v.SetEnabled(Ctl::cmdRemoveUSB, true);
-    yield();
-    v.SetEnabled(Ctl::cmdClose, true);
+        form_.SetReleaseRunning(0);
+        yield();
+        v_.SetEnabled(Ctl::cmdRemoveUSB, true);
+        yield();
+        v_.SetEnabled(Ctl::cmdClose, true);
+    }
+
+    app::frmMain& form_;
+    app::Program& prog_;
+    app::View& v_;
+    platform::WindowSystem& windows_;
+    std::int16_t SelectedCount = 0;
+    std::int16_t ReleasedCount = 0;
+};
+
+} // namespace
+
+void cmdRemoveUSB_Click(app::frmMain& form) {
+    if (form.ReleaseBusy()) return; // one run at a time
+    const Busy busy(form);
+    Run{form}();
 }
 
 } // namespace release
