@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -51,9 +52,15 @@ std::uint16_t Low16(std::uint64_t value) { return static_cast<std::uint16_t>(val
 // while the system answers "too small". False when it cannot be read.
 bool ReadHandleTable(platform::Native& native, std::vector<TableEntry>& entries) {
     namespace t = platform::handle_table;
-    std::vector<std::uint8_t> buffer;
+    // Each buffer is left uninitialised but for the count, so the buffers
+    // the system turns down are never touched: on a large table the pages of
+    // the final buffer are the only ones written.
+    std::unique_ptr<std::uint8_t[]> storage;
+    std::span<std::uint8_t> buffer;
     for (std::uint32_t size = 1;; size *= 2) {
-        buffer.assign(size, 0);
+        storage = std::make_unique_for_overwrite<std::uint8_t[]>(size);
+        buffer = std::span<std::uint8_t>(storage.get(), size);
+        std::fill_n(buffer.begin(), std::min<std::size_t>(size, t::kEntries), std::uint8_t{0});
         std::uint32_t returned = 0;
         const NtStatus status = native.NtQuerySystemInformation(platform::kSystemHandleInformation, buffer, returned);
         if (NtSuccess(status)) break;
@@ -64,7 +71,7 @@ bool ReadHandleTable(platform::Native& native, std::vector<TableEntry>& entries)
     const std::size_t count = std::min<std::size_t>(Read32(buffer, t::kCount), fits);
     entries.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
-        const auto e = std::span<const std::uint8_t>(buffer).subspan(t::kEntries + i * t::kEntrySize, t::kEntrySize);
+        const auto e = buffer.subspan(t::kEntries + i * t::kEntrySize, t::kEntrySize);
         entries.push_back({Read16(e, t::kUniqueProcessId), e[t::kObjectTypeIndex], Read16(e, t::kHandleValue)});
     }
     return true;
