@@ -60,8 +60,7 @@ void frmMain::Drive1_Refresh() {
     View& v = prog_.view;
     v.ClearList(Ctl::Drive1);
     for (const auto& drive : prog_.sys.fso.Drives()) {
-        std::string entry = drive.DriveLetter;
-        for (char& c : entry) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+        std::string entry = vb::LCase(drive.DriveLetter);
         entry += ":";
         const std::string label =
             drive.DriveType == platform::kFsoNetwork ? drive.ShareName : drive.VolumeName.value_or(std::string{});

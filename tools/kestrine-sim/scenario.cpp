@@ -1,12 +1,12 @@
 #include "kestrine-sim/scenario.h"
 
-#include <cctype>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
 
 #include "core/form_table.h"
+#include "core/vb.h"
 #include "platform/fake/json_numbers.h"
 #include "ui/cProgressBar.h"
 
@@ -118,22 +118,16 @@ std::int16_t KeyCode(const Json& step) {
     throw std::runtime_error("scenario: unknown key \"" + name + "\"");
 }
 
-constexpr std::uint32_t kShcneDriveRemoved = 0x80;
-constexpr std::uint32_t kShcneDriveAdd = 0x100;
-
 // How the shell names a drive: "STICK (E:)", or its kind for one without label.
 std::string DriveDisplayName(const fake::Drive& d) {
-    const std::string letter =
-        std::string(1, static_cast<char>(std::toupper(static_cast<unsigned char>(d.root[0])))) + ":";
+    const std::string letter = std::string(1, vb::UpperChar(d.root[0])) + ":";
     const std::string name = !d.label.empty()                      ? d.label
                              : d.type == platform::kDriveRemovable ? "USB Drive"
                                                                    : "Local Disk";
     return name + " (" + letter + ")";
 }
 
-std::string RootOf(const fake::Drive& d) {
-    return std::string(1, static_cast<char>(std::toupper(static_cast<unsigned char>(d.root[0])))) + ":\\";
-}
+std::string RootOf(const fake::Drive& d) { return std::string(1, vb::UpperChar(d.root[0])) + ":\\"; }
 
 // An event by its name ("SHCNE_CREATE") or code.
 std::uint32_t ShellEvent(const Json& step) {
@@ -143,7 +137,7 @@ std::uint32_t ShellEvent(const Json& step) {
     const std::string name = e.is_string() ? e.get<std::string>() : std::string{};
     for (std::uint32_t bit = 0; bit < 32; ++bit)
         if (app::frmMain::ShellEventName(1u << bit) == name) return 1u << bit;
-    for (std::uint32_t code : {0x0002381Fu, 0x0C0581E0u, 0x7FFFFFFFu})
+    for (std::uint32_t code : {platform::kShcneDiskEvents, platform::kShcneGlobalEvents, platform::kShcneAllEvents})
         if (app::frmMain::ShellEventName(code) == name) return code;
     throw std::runtime_error("scenario: unknown shell event \"" + name + "\"");
 }
@@ -431,7 +425,8 @@ void Scenario::runStep(std::size_t index) {
         }
         machine_.Deliver(view_.hWnd(), platform::kWmDeviceChange, platform::kDbtDeviceArrival, 0);
         if (drive && step.value("shellReports", true))
-            machine_.ShellReport(kShcneDriveAdd, machine_.ShellItem(DriveDisplayName(*drive), RootOf(*drive)), 0);
+            machine_.ShellReport(platform::kShcneDriveAdd, machine_.ShellItem(DriveDisplayName(*drive), RootOf(*drive)),
+                                 0);
     } else if (what == "pull") {
         // A device is removed: with "root", that drive goes first; then the
         // broadcast and the shell's report that the drive was removed.
@@ -442,7 +437,8 @@ void Scenario::runStep(std::size_t index) {
         }
         machine_.Deliver(view_.hWnd(), platform::kWmDeviceChange, platform::kDbtDeviceRemoveComplete, 0);
         if (drive && step.value("shellReports", true))
-            machine_.ShellReport(kShcneDriveRemoved, machine_.ShellItem(DriveDisplayName(*drive), RootOf(*drive)), 0);
+            machine_.ShellReport(platform::kShcneDriveRemoved,
+                                 machine_.ShellItem(DriveDisplayName(*drive), RootOf(*drive)), 0);
     } else if (what == "shell") {
         // A change report of the shell, delivered to the registered window.
         const std::uint32_t event = ShellEvent(step);

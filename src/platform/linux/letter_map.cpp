@@ -11,15 +11,6 @@
 
 namespace linuxbk {
 
-namespace {
-
-std::string Base(const std::string& path) {
-    const auto slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-} // namespace
-
 bool IsSystemMount(const MountEntry& m) {
     return m.fsType == "squashfs" || m.mountPoint == "/boot/efi" || m.mountPoint == "/efi";
 }
@@ -231,7 +222,7 @@ const std::vector<MountEntry>& LetterMap::Mounts() {
 
 const DriveRecord* LetterMap::Find(char letter) {
     Sync();
-    const char l = static_cast<char>(Upper(std::string(1, letter))[0]);
+    const char l = vb::UpperChar(letter);
     for (const auto& d : drives_)
         if (d.letter == l) return &d;
     return nullptr;
