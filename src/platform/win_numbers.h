@@ -1,8 +1,8 @@
 #pragma once
 // Windows numbers that more than one part of the program agrees on: the
 // window messages and device-change codes that reach the window's procedure,
-// the shell's change-report event codes, and where the device instances the
-// non-Windows backends hand out begin. The constants of a single boundary
+// the shell's change-report event codes, the hidden window's class, and where
+// the device instances the non-Windows backends hand out begin. The constants of a single boundary
 // call stay beside that call (types.h and the service headers).
 #include <cstdint>
 
@@ -43,6 +43,10 @@ inline constexpr std::uint32_t kShcneDiskEvents = 0x0002381F;
 inline constexpr std::uint32_t kShcneGlobalEvents = 0x0C0581E0;
 inline constexpr std::uint32_t kShcneAllEvents = 0x7FFFFFFF;
 inline constexpr std::uint32_t kShcneInterrupt = 0x80000000;
+
+// The class of the hidden application window every instance keeps, by which
+// a second start finds the first.
+inline constexpr const char* kHiddenWindowClass = "ThunderRT6Main";
 
 // The first device instance the Linux and simulated device trees hand out;
 // instance kFirstDevInst + i is node i of the tree (0 stays "no device").

@@ -12,7 +12,7 @@ namespace fake {
 
 platform::WindowHandle Machine::FindWindowA(const std::string& className, const std::string& windowName) {
     platform::WindowHandle found = 0;
-    if (className == "ThunderRT6Main") {
+    if (className == platform::kHiddenWindowClass) {
         if (other_ && other_->windowFound && windowName == "Kestrine")
             found = kOtherHiddenWindow;
         else if (windowName == title_)

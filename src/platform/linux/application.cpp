@@ -1,4 +1,5 @@
 #include "platform/linux/application.h"
+#include "platform/win_numbers.h"
 
 #include <cstdlib>
 #include <thread>
@@ -58,7 +59,7 @@ std::string FindProgram(const std::vector<std::string>& names) {
 LinuxApplication::LinuxApplication(LetterMap& map, InstanceChannel& channel, std::string commandLine, std::string title)
     : map_(map), channel_(channel), commandLine_(std::move(commandLine)), title_(std::move(title)) {}
 
-bool LinuxApplication::PrevInstance() { return !channel_.Claim("ThunderRT6Main", title_); }
+bool LinuxApplication::PrevInstance() { return !channel_.Claim(platform::kHiddenWindowClass, title_); }
 
 std::string LinuxApplication::Path() { return map_.ToWindows(Parent(ReadLink("/proc/self/exe"))).value_or("C:\\"); }
 

@@ -17,7 +17,7 @@ ConsoleWindows::ConsoleWindows(LetterMap& map, InstanceChannel& channel, EventSo
     : map_(map), channel_(channel), events_(events) {}
 
 platform::WindowHandle ConsoleWindows::FindWindowA(const std::string& className, const std::string& windowName) {
-    if (className != "ThunderRT6Main") return 0;
+    if (className != platform::kHiddenWindowClass) return 0;
     if (InstanceChannel::Reachable(className, windowName)) {
         if (channel_.Claimed()) return kOwnHiddenWindow; // this process holds the name
         otherTitle_ = windowName;
@@ -31,11 +31,11 @@ platform::WindowHandle ConsoleWindows::GetWindow(platform::WindowHandle window, 
 }
 
 bool ConsoleWindows::OpenIcon(platform::WindowHandle window) {
-    return window == kOtherMainWindow && InstanceChannel::Send("ThunderRT6Main", otherTitle_, "restore");
+    return window == kOtherMainWindow && InstanceChannel::Send(platform::kHiddenWindowClass, otherTitle_, "restore");
 }
 
 bool ConsoleWindows::SetForegroundWindow(platform::WindowHandle window) {
-    return window == kOtherMainWindow && InstanceChannel::Send("ThunderRT6Main", otherTitle_, "raise");
+    return window == kOtherMainWindow && InstanceChannel::Send(platform::kHiddenWindowClass, otherTitle_, "raise");
 }
 
 std::int32_t ConsoleWindows::MessageBoxA(platform::WindowHandle, const std::string& text, const std::string& caption,

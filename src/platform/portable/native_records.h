@@ -16,6 +16,12 @@ namespace portable {
 inline constexpr platform::NtStatus kStatusInvalidInfoClass = static_cast<platform::NtStatus>(0xC0000003u);
 inline constexpr std::uint32_t kStillActive = 259; // a thread's exit code while it runs
 
+// The object type numbers the handle tables of these backends give (Windows
+// numbers its types differently from version to version; the program finds
+// the file type by the table's entry for a "NUL" handle of its own).
+inline constexpr std::uint8_t kProcessTypeIndex = 7;
+inline constexpr std::uint8_t kFileTypeIndex = 37;
+
 // One row of the handle table.
 struct HandleRow {
     std::uint32_t processId = 0; // the table shows its low 16 bits
