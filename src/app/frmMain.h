@@ -8,6 +8,7 @@
 
 #include "core/program.h"
 #include "core/view.h"
+#include "platform/win_numbers.h"
 
 namespace ui {
 class cLV;
@@ -15,7 +16,7 @@ class cLV;
 
 namespace app {
 
-inline constexpr const char* kHiddenWindowClass = "ThunderRT6Main";
+inline constexpr const char* kHiddenWindowClass = platform::kHiddenWindowClass;
 inline constexpr const char* kSettingsFile = "Kestrine.ini";
 inline constexpr const char* kSettingsSection = "Kestrine";
 inline constexpr const char* kCloseRefused = "Cannot close program while USB drive(s) are being released.";

@@ -22,7 +22,18 @@ std::optional<std::int32_t> CLng(std::string_view text, char decimalSeparator = 
 
 // Removes leading and trailing spaces (spaces only).
 std::string Trim(std::string_view text);
+// Removes leading and trailing blanks: spaces, tabs, line ends and NULs (what
+// the system's own text, such as a file's first line, may carry).
+std::string TrimBlanks(std::string_view text);
+
+// Case in ASCII: the letters A-Z and a-z change, every other byte stays as it
+// is (whatever the C locale says), so the answers are the same everywhere.
+constexpr char UpperChar(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+constexpr char LowerChar(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 std::string UCase(std::string_view text);
+std::string LCase(std::string_view text);
+// Equal but for ASCII case.
+bool SameText(std::string_view a, std::string_view b);
 // The first n characters (all of them when shorter).
 std::string Left(std::string_view text, std::size_t n);
 

@@ -32,9 +32,7 @@ std::vector<std::string> DriveListEntries(platform::Services& sys) {
     // Two entries of a drive are equal as long as the drive is unchanged.
     std::vector<std::string> entries;
     for (const auto& drive : sys.fso.Drives()) {
-        std::string entry = drive.DriveLetter;
-        for (char& c : entry) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-        entry += ":";
+        std::string entry = vb::LCase(drive.DriveLetter) + ":";
         const std::string label =
             drive.DriveType == platform::kFsoNetwork ? drive.ShareName : drive.VolumeName.value_or(std::string{});
         if (!label.empty()) entry += " [" + label + "]";

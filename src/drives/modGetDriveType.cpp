@@ -5,15 +5,11 @@
 
 #include "core/program.h"
 #include "core/vb.h"
+#include "platform/bytes.h"
 
 namespace drives {
 
 namespace {
-
-constexpr std::uint32_t ReadU32(const StorageDescriptor& d, std::size_t at) {
-    return static_cast<std::uint32_t>(d[at]) | static_cast<std::uint32_t>(d[at + 1]) << 8 |
-           static_cast<std::uint32_t>(d[at + 2]) << 16 | static_cast<std::uint32_t>(d[at + 3]) << 24;
-}
 
 // A product formed in double precision and converted to a 32-bit integer.
 std::optional<std::int32_t> Product(double a, double b) {
@@ -63,7 +59,7 @@ std::string GetBusType(platform::Services& sys, const std::string& sDrive) {
     descriptor[platform::kDescriptorSizeOffset] = static_cast<std::uint8_t>(descriptor.size());
     // When the driver does not answer, BusType stays 0 and the name is empty.
     QueryStorageDescriptor(sys, h, descriptor);
-    const std::string name = BusTypeName(ReadU32(descriptor, platform::kDescriptorBusTypeOffset));
+    const std::string name = BusTypeName(platform::ReadLe32(descriptor, platform::kDescriptorBusTypeOffset));
     storage.CloseHandle(h);
     return name;
 }

@@ -3,16 +3,15 @@
 #include <array>
 #include <cstring>
 
+#include "platform/bytes.h"
 #include "platform/services.h"
+#include "platform/win_numbers.h"
 
 namespace notify {
 
 namespace {
 
 constexpr const char* kCrLf = "\r\n";
-constexpr std::uint32_t kUpdateImage = 0x8000;
-constexpr std::uint32_t kFreeSpace = 0x40000;
-constexpr std::uint32_t kExtendedEvent = 0x4000000;
 
 struct EventName {
     std::uint32_t code;
@@ -20,31 +19,31 @@ struct EventName {
 };
 
 constexpr std::array kEventNames = {
-    EventName{0x00000001, "SHCNE_RENAMEITEM"},
-    EventName{0x00000002, "SHCNE_CREATE"},
-    EventName{0x00000004, "SHCNE_DELETE"},
-    EventName{0x00000008, "SHCNE_MKDIR"},
-    EventName{0x00000010, "SHCNE_RMDIR"},
-    EventName{0x00000020, "SHCNE_MEDIAINSERTED"},
-    EventName{0x00000040, "SHCNE_MEDIAREMOVED"},
-    EventName{0x00000080, "SHCNE_DRIVEREMOVED"},
-    EventName{0x00000100, "SHCNE_DRIVEADD"},
-    EventName{0x00000200, "SHCNE_NETSHARE"},
-    EventName{0x00000400, "SHCNE_NETUNSHARE"},
-    EventName{0x00000800, "SHCNE_ATTRIBUTES"},
-    EventName{0x00001000, "SHCNE_UPDATEDIR"},
-    EventName{0x00002000, "SHCNE_UPDATEITEM"},
-    EventName{0x00004000, "SHCNE_SERVERDISCONNECT"},
-    EventName{0x00008000, "SHCNE_UPDATEIMAGE"},
-    EventName{0x00010000, "SHCNE_DRIVEADDGUI"},
-    EventName{0x00020000, "SHCNE_RENAMEFOLDER"},
-    EventName{0x00040000, "SHCNE_FREESPACE"},
-    EventName{0x04000000, "SHCNE_EXTENDED_EVENT"},
-    EventName{0x08000000, "SHCNE_ASSOCCHANGED"},
-    EventName{0x0002381F, "SHCNE_DISKEVENTS"},
-    EventName{0x0C0581E0, "SHCNE_GLOBALEVENTS"},
-    EventName{0x7FFFFFFF, "SHCNE_ALLEVENTS"},
-    EventName{0x80000000, "SHCNE_INTERRUPT"},
+    EventName{platform::kShcneRenameItem, "SHCNE_RENAMEITEM"},
+    EventName{platform::kShcneCreate, "SHCNE_CREATE"},
+    EventName{platform::kShcneDelete, "SHCNE_DELETE"},
+    EventName{platform::kShcneMkDir, "SHCNE_MKDIR"},
+    EventName{platform::kShcneRmDir, "SHCNE_RMDIR"},
+    EventName{platform::kShcneMediaInserted, "SHCNE_MEDIAINSERTED"},
+    EventName{platform::kShcneMediaRemoved, "SHCNE_MEDIAREMOVED"},
+    EventName{platform::kShcneDriveRemoved, "SHCNE_DRIVEREMOVED"},
+    EventName{platform::kShcneDriveAdd, "SHCNE_DRIVEADD"},
+    EventName{platform::kShcneNetShare, "SHCNE_NETSHARE"},
+    EventName{platform::kShcneNetUnshare, "SHCNE_NETUNSHARE"},
+    EventName{platform::kShcneAttributes, "SHCNE_ATTRIBUTES"},
+    EventName{platform::kShcneUpdateDir, "SHCNE_UPDATEDIR"},
+    EventName{platform::kShcneUpdateItem, "SHCNE_UPDATEITEM"},
+    EventName{platform::kShcneServerDisconnect, "SHCNE_SERVERDISCONNECT"},
+    EventName{platform::kShcneUpdateImage, "SHCNE_UPDATEIMAGE"},
+    EventName{platform::kShcneDriveAddGui, "SHCNE_DRIVEADDGUI"},
+    EventName{platform::kShcneRenameFolder, "SHCNE_RENAMEFOLDER"},
+    EventName{platform::kShcneFreeSpace, "SHCNE_FREESPACE"},
+    EventName{platform::kShcneExtendedEvent, "SHCNE_EXTENDED_EVENT"},
+    EventName{platform::kShcneAssocChanged, "SHCNE_ASSOCCHANGED"},
+    EventName{platform::kShcneDiskEvents, "SHCNE_DISKEVENTS"},
+    EventName{platform::kShcneGlobalEvents, "SHCNE_GLOBALEVENTS"},
+    EventName{platform::kShcneAllEvents, "SHCNE_ALLEVENTS"},
+    EventName{platform::kShcneInterrupt, "SHCNE_INTERRUPT"},
 };
 
 constexpr std::int32_t kAllSources = 0xFF;
@@ -86,7 +85,7 @@ std::string DescribeShellReport(platform::Shell& shell, std::uintptr_t ItemsPtr,
     auto value = [&](std::uint32_t& out) {
         std::array<std::uint8_t, 4> bytes{};
         if (item1 == 0 || !shell.CopyMemory(bytes, item1 + 2)) return false;
-        std::memcpy(&out, bytes.data(), sizeof out);
+        out = platform::ReadLe32(bytes, 0);
         return true;
     };
     auto describe = [&](std::uintptr_t item, const char* which) {
@@ -101,10 +100,10 @@ std::string DescribeShellReport(platform::Shell& shell, std::uintptr_t ItemsPtr,
 
     std::uint32_t v32 = 0;
     switch (EventCode) {
-    case kUpdateImage:
+    case platform::kShcneUpdateImage:
         if (value(v32)) entry += "Index of image in system imagelist: " + std::to_string(v32) + kCrLf;
         break;
-    case kFreeSpace:
+    case platform::kShcneFreeSpace:
         if (value(v32) && v32 != 0) {
             int highest = 31;
             while ((v32 >> highest) == 0) --highest;
@@ -112,7 +111,7 @@ std::string DescribeShellReport(platform::Shell& shell, std::uintptr_t ItemsPtr,
                 if ((v32 >> i) & 1u) entry += std::string(1, static_cast<char>(65 + i)) + ":\\" + kCrLf;
         }
         break;
-    case kExtendedEvent:
+    case platform::kShcneExtendedEvent:
         if (!value(v32)) break;
         if (v32 == 2) {
             entry += std::string("SHCNEE_ORDERCHANGED") + kCrLf;

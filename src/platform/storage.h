@@ -38,10 +38,19 @@ inline constexpr std::size_t kDescriptorSizeOffset = 4;
 inline constexpr std::size_t kDescriptorRemovableMediaOffset = 10;
 inline constexpr std::size_t kDescriptorBusTypeOffset = 28;
 
-// STORAGE_BUS_TYPE values that have a name.
+// STORAGE_BUS_TYPE values.
 inline constexpr std::uint32_t kBusTypeUnknown = 0;
+inline constexpr std::uint32_t kBusTypeScsi = 1;
 inline constexpr std::uint32_t kBusTypeAta = 3;
+inline constexpr std::uint32_t kBusType1394 = 4;
 inline constexpr std::uint32_t kBusTypeUsb = 7;
+inline constexpr std::uint32_t kBusTypeRaid = 8;
+inline constexpr std::uint32_t kBusTypeSata = 0xB;
+inline constexpr std::uint32_t kBusTypeSd = 0xC;
+inline constexpr std::uint32_t kBusTypeMmc = 0xD;
+inline constexpr std::uint32_t kBusTypeVirtual = 0xE;
+inline constexpr std::uint32_t kBusTypeFileBackedVirtual = 0xF;
+inline constexpr std::uint32_t kBusTypeNvme = 0x11;
 inline constexpr std::uint32_t kBusTypeMaxReserved = 0x7F;
 
 // STORAGE_DEVICE_NUMBER: DeviceType (0), DeviceNumber (4), PartitionNumber (8).

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/types.h"
+#include "platform/win_numbers.h"
 
 namespace platform {
 
@@ -22,13 +23,6 @@ inline constexpr std::int32_t kGwlStyle = -16;
 inline constexpr std::uint32_t kLvmGetHeader = 0x101F;
 inline constexpr std::uint32_t kHdsButtons = 0x2;
 inline constexpr std::int32_t kGwlWndProc = -4;
-
-// Window messages the program handles.
-inline constexpr std::uint32_t kWmDestroy = 0x2;
-inline constexpr std::uint32_t kWmDeviceChange = 0x219;
-inline constexpr std::uintptr_t kDbtDeviceArrival = 0x8000;
-inline constexpr std::uintptr_t kDbtDeviceRemoveComplete = 0x8004;
-inline constexpr std::uint32_t kWmShNotify = 0x401;
 
 // A window procedure. Procedures installed with SetWindowLongA(kGwlWndProc)
 // are passed as this function pointer converted to std::intptr_t.

@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "core/program.h"
+#include "core/vb.h"
+#include "platform/bytes.h"
 #include "platform/storage.h"
 #include "platform/volumes.h"
 
@@ -32,19 +34,7 @@ constexpr std::size_t kDriveStringsChars = 512;
 constexpr std::size_t kDeviceNameChars = 260;
 constexpr std::size_t kDeviceNameOffered = 256;
 
-std::uint16_t Read16(std::span<const std::uint8_t> b, std::size_t at) {
-    return static_cast<std::uint16_t>(b[at] | (b[at + 1] << 8));
-}
-
-std::uint32_t Read32(std::span<const std::uint8_t> b, std::size_t at) {
-    return static_cast<std::uint32_t>(Read16(b, at)) | (static_cast<std::uint32_t>(Read16(b, at + 2)) << 16);
-}
-
-std::string Lower(std::string text) {
-    for (char& c : text)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return text;
-}
+std::uint16_t Read16(std::span<const std::uint8_t> b, std::size_t at) { return platform::ReadLe<std::uint16_t>(b, at); }
 
 std::uint16_t Low16(std::uint64_t value) { return static_cast<std::uint16_t>(value & 0xFFFF); }
 
@@ -68,7 +58,7 @@ bool ReadHandleTable(platform::Native& native, std::vector<TableEntry>& entries)
     }
     if (buffer.size() < t::kEntries) return true; // a success with no room for a count: no handles
     const std::size_t fits = (buffer.size() - t::kEntries) / t::kEntrySize;
-    const std::size_t count = std::min<std::size_t>(Read32(buffer, t::kCount), fits);
+    const std::size_t count = std::min<std::size_t>(platform::ReadLe32(buffer, t::kCount), fits);
     entries.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
         const auto e = buffer.subspan(t::kEntries + i * t::kEntrySize, t::kEntrySize);
@@ -113,7 +103,7 @@ std::string GetHandlePath(platform::Services& sys, Handle handle) {
     std::array<char, kDriveStringsChars> roots{};
     const std::uint32_t written = sys.volumes.GetLogicalDriveStringsA(roots);
     if (written == 0) return "";
-    const std::string lowerName = Lower(name);
+    const std::string lowerName = vb::LCase(name);
     const std::size_t end = std::min<std::size_t>(written, roots.size());
     for (std::size_t at = 0; at < end && roots[at] != '\0';) {
         const std::string root(roots.data() + at);
@@ -124,7 +114,7 @@ std::string GetHandlePath(platform::Services& sys, Handle handle) {
         const std::string device(target.data()); // only the first target counts
         // A letter without a device name maps nothing.
         if (device.empty()) continue;
-        if (lowerName.compare(0, device.size(), Lower(device)) == 0)
+        if (lowerName.compare(0, device.size(), vb::LCase(device)) == 0)
             return root.substr(0, 2) + name.substr(device.size());
     }
     return "";
@@ -167,7 +157,7 @@ bool CloseDriveHandles(platform::Services& sys, const std::string& drive, std::u
     native.NtClose(nul);
     if (fileType == 0) return true; // files cannot be told apart: nothing qualifies
 
-    const std::string wanted = Lower(drive);
+    const std::string wanted = vb::LCase(drive);
     const std::uint16_t owner = Low16(processId);
     bool result = true;
     for (const TableEntry& entry : table) {
@@ -183,7 +173,7 @@ bool CloseDriveHandles(platform::Services& sys, const std::string& drive, std::u
         // A handle whose type query does not come back in time (a pipe) keeps no path.
         if (GetFileTypeTimed(sys, copy) != 0) path = GetHandlePath(sys, copy);
         native.NtClose(copy);
-        if (!path.empty() && Lower(path).find(wanted) != std::string::npos) {
+        if (!path.empty() && vb::LCase(path).find(wanted) != std::string::npos) {
             if (!CloseHandleInProcess(sys, processId, entry.handle)) result = false;
         }
     }

@@ -1,4 +1,5 @@
 #include "release/modRemoveUsbDrive.h"
+#include "platform/bytes.h"
 
 #include <array>
 #include <optional>
@@ -23,8 +24,7 @@ std::optional<std::uint32_t> DeviceNumberOf(platform::Storage& storage, platform
     std::array<std::uint8_t, platform::kStorageDeviceNumberSize> number{};
     std::uint32_t bytes = 0;
     if (!storage.DeviceIoControl(h, drives::IOCTL_STORAGE_GET_DEVICE_NUMBER(), {}, number, bytes)) return std::nullopt;
-    return static_cast<std::uint32_t>(number[4]) | static_cast<std::uint32_t>(number[5]) << 8 |
-           static_cast<std::uint32_t>(number[6]) << 16 | static_cast<std::uint32_t>(number[7]) << 24;
+    return platform::ReadLe32(number, 4);
 }
 
 std::optional<platform::Guid> InterfaceClassFor(std::uint32_t driveType, const std::string& dosDeviceName) {

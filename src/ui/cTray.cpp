@@ -1,4 +1,5 @@
 #include "ui/cTray.h"
+#include "platform/bytes.h"
 
 #include <algorithm>
 
@@ -8,15 +9,9 @@ namespace ui {
 
 cTray::~cTray() { TrayIcon_Delete(); }
 
-void cTray::put(std::size_t offset, std::uint32_t value) {
-    for (std::size_t i = 0; i < 4; ++i) record_[offset + i] = static_cast<std::uint8_t>(value >> (8 * i));
-}
+void cTray::put(std::size_t offset, std::uint32_t value) { platform::WriteLe32(record_, offset, value); }
 
-std::uint32_t cTray::get(std::size_t offset) const {
-    std::uint32_t value = 0;
-    for (std::size_t i = 0; i < 4; ++i) value |= static_cast<std::uint32_t>(record_[offset + i]) << (8 * i);
-    return value;
-}
+std::uint32_t cTray::get(std::size_t offset) const { return platform::ReadLe32(record_, offset); }
 
 // The text cut to 63 bytes so that the terminating null always fits, then
 // spaces up to the field's 64 bytes.

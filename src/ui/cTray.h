@@ -11,6 +11,7 @@
 #include <string>
 
 #include "platform/types.h"
+#include "platform/win_numbers.h"
 
 namespace app {
 struct Program;
@@ -32,8 +33,8 @@ public:
     static constexpr std::size_t kOffsetTip = 24;
     static constexpr std::size_t kTipSize = 64;
     static constexpr std::uint32_t kIconId = 1;
-    static constexpr std::uint32_t kFlags = 7;               // NIF_MESSAGE + NIF_ICON + NIF_TIP
-    static constexpr std::uint32_t kCallbackMessage = 0x200; // WM_MOUSEMOVE
+    static constexpr std::uint32_t kFlags = 7; // NIF_MESSAGE + NIF_ICON + NIF_TIP
+    static constexpr std::uint32_t kCallbackMessage = platform::kWmMouseMove;
 
     using Record = std::array<std::uint8_t, kRecordSize>;
 

@@ -1,12 +1,12 @@
 #include "kestrine-sim/scenario.h"
 
-#include <cctype>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
 
 #include "core/form_table.h"
+#include "core/vb.h"
 #include "notify/shell_report.h"
 #include "platform/fake/json_numbers.h"
 #include "ui/cProgressBar.h"
@@ -119,22 +119,16 @@ std::int16_t KeyCode(const Json& step) {
     throw std::runtime_error("scenario: unknown key \"" + name + "\"");
 }
 
-constexpr std::uint32_t kShcneDriveRemoved = 0x80;
-constexpr std::uint32_t kShcneDriveAdd = 0x100;
-
 // How the shell names a drive: "STICK (E:)", or its kind for one without label.
 std::string DriveDisplayName(const fake::Drive& d) {
-    const std::string letter =
-        std::string(1, static_cast<char>(std::toupper(static_cast<unsigned char>(d.root[0])))) + ":";
+    const std::string letter = std::string(1, vb::UpperChar(d.root[0])) + ":";
     const std::string name = !d.label.empty()                      ? d.label
                              : d.type == platform::kDriveRemovable ? "USB Drive"
                                                                    : "Local Disk";
     return name + " (" + letter + ")";
 }
 
-std::string RootOf(const fake::Drive& d) {
-    return std::string(1, static_cast<char>(std::toupper(static_cast<unsigned char>(d.root[0])))) + ":\\";
-}
+std::string RootOf(const fake::Drive& d) { return std::string(1, vb::UpperChar(d.root[0])) + ":\\"; }
 
 // An event by its name ("SHCNE_CREATE") or code.
 std::uint32_t ShellEvent(const Json& step) {
@@ -144,7 +138,7 @@ std::uint32_t ShellEvent(const Json& step) {
     const std::string name = e.is_string() ? e.get<std::string>() : std::string{};
     for (std::uint32_t bit = 0; bit < 32; ++bit)
         if (notify::ShellEventName(1u << bit) == name) return 1u << bit;
-    for (std::uint32_t code : {0x0002381Fu, 0x0C0581E0u, 0x7FFFFFFFu})
+    for (std::uint32_t code : {platform::kShcneDiskEvents, platform::kShcneGlobalEvents, platform::kShcneAllEvents})
         if (notify::ShellEventName(code) == name) return code;
     throw std::runtime_error("scenario: unknown shell event \"" + name + "\"");
 }
@@ -307,47 +301,37 @@ void Scenario::start() {
     view_.Activate();
 }
 
-void Scenario::runStep(std::size_t index) {
-    const Json& step = impl_->steps[index];
-    if (!step.is_object() || !step.contains("do") || !step["do"].is_string())
-        throw std::runtime_error("scenario: step " + std::to_string(index + 1) + " needs a \"do\"");
-    const std::string what = step["do"].get<std::string>();
-    Json e;
-    e["event"] = "step";
-    e["index"] = index + 1;
-    e["do"] = what;
-    e["timer"] = Timer();
-    emit(Dump(e));
+// One step as it runs: its description, its kind, the reading of the fields
+// several kinds share, and one handler per kind.
+struct Scenario::Step {
+    Scenario& s;
+    const Json& step;
+    std::string what;
 
-    if (machine_.Ended())
-        throw std::runtime_error("scenario: step " + std::to_string(index + 1) + " comes after the program has ended");
-    auto control = [&] {
+    // The control the step names.
+    app::Ctl control() const {
         if (!step.contains("control") || !step["control"].is_string())
             throw std::runtime_error("scenario: step \"" + what + "\" needs a \"control\"");
         return ControlByName(step["control"].get<std::string>());
-    };
+    }
     // Seconds, positions and the like: finite, and no more than a day's worth.
-    auto number = [&](const char* key) {
+    double number(const char* key) const {
         const auto n = step.contains(key) ? fake::FiniteNumber(step[key], -86400, 86400) : std::nullopt;
         if (!n)
             throw std::runtime_error("scenario: step \"" + what + "\" needs a number \"" + key +
                                      "\" from -86400 to 86400");
         return *n;
-    };
-    const bool needsForm =
-        what != "start" && what != "advance" && what != "answer" && what != "plug" && what != "pull" && what != "shell";
-    if (needsForm && !form_) throw std::runtime_error("scenario: step \"" + what + "\" comes before \"start\"");
+    }
 
-    if (what == "start") {
-        if (form_) throw std::runtime_error("scenario: the program is already started");
-        if (step.contains("commandLine")) machine_.SetCommandLine(step["commandLine"].get<std::string>());
-        start();
-    } else if (what == "activate") {
-        view_.Activate();
-    } else if (what == "click") {
-        view_.UserClick(control());
-    } else if (what == "select") {
-        // Rows of the drive list, by number (from 1) or by root text.
+    void start() {
+        if (s.form_) throw std::runtime_error("scenario: the program is already started");
+        if (step.contains("commandLine")) s.machine_.SetCommandLine(step["commandLine"].get<std::string>());
+        s.start();
+    }
+    void activate() { s.view_.Activate(); }
+    void click() { s.view_.UserClick(control()); }
+    // Rows of the drive list, by number (from 1) or by root text.
+    void select() {
         std::vector<int> rows;
         if (!step.contains("rows") || !step["rows"].is_array())
             throw std::runtime_error("scenario: step \"select\" needs \"rows\": numbers or roots");
@@ -358,34 +342,35 @@ void Scenario::runStep(std::size_t index) {
             }
             const std::string root = r.is_string() ? r.get<std::string>() : std::string{};
             int found = 0;
-            for (int i = 1; i <= view_.ItemCount(app::Ctl::ListView1) && found == 0; ++i)
-                if (view_.ItemText(app::Ctl::ListView1, i) == root) found = i;
+            for (int i = 1; i <= s.view_.ItemCount(app::Ctl::ListView1) && found == 0; ++i)
+                if (s.view_.ItemText(app::Ctl::ListView1, i) == root) found = i;
             if (found == 0) throw std::runtime_error("scenario: the drive list has no row \"" + root + "\"");
             rows.push_back(found);
         }
-        view_.UserSelectRows(app::Ctl::ListView1, rows);
-    } else if (what == "release") {
-        // The release command through one of its ways in.
+        s.view_.UserSelectRows(app::Ctl::ListView1, rows);
+    }
+    // The release command through one of its ways in.
+    void release() {
         const std::string via = step.value("via", std::string("button"));
         if (via == "button") {
-            view_.UserClick(app::Ctl::cmdRemoveUSB);
+            s.view_.UserClick(app::Ctl::cmdRemoveUSB);
         } else if (via == "delete") {
-            view_.UserKey(app::Ctl::ListView1, 46, 0);
+            s.view_.UserKey(app::Ctl::ListView1, 46, 0);
         } else if (via == "enter") {
-            view_.UserKey(app::Ctl::ListView1, 13, 0);
+            s.view_.UserKey(app::Ctl::ListView1, 13, 0);
         } else if (via == "menu") {
-            view_.UserClick(app::Ctl::mnuRemoveUSB);
+            s.view_.UserClick(app::Ctl::mnuRemoveUSB);
         } else if (via == "popup") {
-            view_.UserMouseUp(app::Ctl::ListView1, app::kRightButton);
-            view_.UserClick(app::PopupEntry(0));
+            s.view_.UserMouseUp(app::Ctl::ListView1, app::kRightButton);
+            s.view_.UserClick(app::PopupEntry(0));
         } else {
             throw std::runtime_error("scenario: \"via\" is \"button\", \"delete\", \"enter\", \"menu\" or \"popup\"");
         }
-    } else if (what == "dblclick") {
-        view_.UserDblClick(control());
-    } else if (what == "key") {
-        // A key pressed and released in a control (the drive list by default),
-        // with the modifiers held: "shift", "ctrl", "alt".
+    }
+    void dblclick() { s.view_.UserDblClick(control()); }
+    // A key pressed and released in a control (the drive list by default),
+    // with the modifiers held: "shift", "ctrl", "alt".
+    void key() {
         const app::Ctl target = step.contains("control") ? control() : app::Ctl::ListView1;
         std::int16_t shift = 0;
         for (const Json& m : step.value("modifiers", Json::array())) {
@@ -399,70 +384,70 @@ void Scenario::runStep(std::size_t index) {
             else
                 throw std::runtime_error("scenario: a modifier is \"shift\", \"ctrl\" or \"alt\"");
         }
-        view_.UserKey(target, KeyCode(step), shift);
-    } else if (what == "mouseUp") {
+        s.view_.UserKey(target, KeyCode(step), shift);
+    }
+    void mouseUp() {
         const std::string button = step.value("button", std::string("right"));
-        view_.UserMouseUp(step.contains("control") ? control() : app::Ctl::ListView1,
-                          button == "left" ? app::kLeftButton : app::kRightButton);
-    } else if (what == "leave") {
-        view_.UserLeave(control());
-    } else if (what == "choose") {
-        view_.UserChoose(control(), static_cast<int>(std::trunc(number("index"))));
-    } else if (what == "type") {
-        view_.UserType(control(), step.value("text", std::string{}));
-    } else if (what == "move") {
-        if (step.contains("left")) view_.SetLeft(app::Ctl::frmMain, number("left"));
-        if (step.contains("top")) view_.SetTop(app::Ctl::frmMain, number("top"));
-    } else if (what == "resize") {
-        view_.UserResize(number("width"), number("height"));
-    } else if (what == "minimize") {
-        view_.UserMinimize();
-    } else if (what == "restore") {
-        view_.UserRestore();
-    } else if (what == "close") {
-        view_.UserClose();
-    } else if (what == "plug") {
-        // A device arrives: with "drive", that drive appears first; without,
-        // the device is not a drive (a port, a phone). Then the system's
-        // broadcast, and for a drive the shell's report that it was added.
+        s.view_.UserMouseUp(step.contains("control") ? control() : app::Ctl::ListView1,
+                            button == "left" ? app::kLeftButton : app::kRightButton);
+    }
+    void leave() { s.view_.UserLeave(control()); }
+    void choose() { s.view_.UserChoose(control(), static_cast<int>(std::trunc(number("index")))); }
+    void type() { s.view_.UserType(control(), step.value("text", std::string{})); }
+    void move() {
+        if (step.contains("left")) s.view_.SetLeft(app::Ctl::frmMain, number("left"));
+        if (step.contains("top")) s.view_.SetTop(app::Ctl::frmMain, number("top"));
+    }
+    void resize() { s.view_.UserResize(number("width"), number("height")); }
+    void minimize() { s.view_.UserMinimize(); }
+    void restore() { s.view_.UserRestore(); }
+    void close() { s.view_.UserClose(); }
+    // A device arrives: with "drive", that drive appears first; without, the
+    // device is not a drive (a port, a phone). Then the system's broadcast,
+    // and for a drive the shell's report that it was added.
+    void plug() {
         std::optional<fake::Drive> drive;
         if (step.contains("drive")) {
             drive = fake::Machine::DriveFromJson(step["drive"].dump());
-            machine_.AddDrive(*drive);
+            s.machine_.AddDrive(*drive);
         }
-        machine_.Deliver(view_.hWnd(), platform::kWmDeviceChange, platform::kDbtDeviceArrival, 0);
+        s.machine_.Deliver(s.view_.hWnd(), platform::kWmDeviceChange, platform::kDbtDeviceArrival, 0);
         if (drive && step.value("shellReports", true))
-            machine_.ShellReport(kShcneDriveAdd, machine_.ShellItem(DriveDisplayName(*drive), RootOf(*drive)), 0);
-    } else if (what == "pull") {
-        // A device is removed: with "root", that drive goes first; then the
-        // broadcast and the shell's report that the drive was removed.
+            s.machine_.ShellReport(platform::kShcneDriveAdd,
+                                   s.machine_.ShellItem(DriveDisplayName(*drive), RootOf(*drive)), 0);
+    }
+    // A device is removed: with "root", that drive goes first; then the
+    // broadcast and the shell's report that the drive was removed.
+    void pull() {
         std::optional<fake::Drive> drive;
         if (step.contains("root")) {
-            if (auto* d = machine_.FindDrive(step["root"].get<std::string>())) drive = *d;
-            machine_.RemoveDrive(step["root"].get<std::string>());
+            if (auto* d = s.machine_.FindDrive(step["root"].get<std::string>())) drive = *d;
+            s.machine_.RemoveDrive(step["root"].get<std::string>());
         }
-        machine_.Deliver(view_.hWnd(), platform::kWmDeviceChange, platform::kDbtDeviceRemoveComplete, 0);
+        s.machine_.Deliver(s.view_.hWnd(), platform::kWmDeviceChange, platform::kDbtDeviceRemoveComplete, 0);
         if (drive && step.value("shellReports", true))
-            machine_.ShellReport(kShcneDriveRemoved, machine_.ShellItem(DriveDisplayName(*drive), RootOf(*drive)), 0);
-    } else if (what == "shell") {
-        // A change report of the shell, delivered to the registered window.
+            s.machine_.ShellReport(platform::kShcneDriveRemoved,
+                                   s.machine_.ShellItem(DriveDisplayName(*drive), RootOf(*drive)), 0);
+    }
+    // A change report of the shell, delivered to the registered window.
+    void shell() {
         const std::uint32_t event = ShellEvent(step);
         auto item = [&](const char* key) -> platform::Pidl {
             if (!step.contains(key)) return 0;
             const Json& i = step[key];
-            return machine_.ShellItem(i.value("name", std::string{}), i.value("path", std::string{}));
+            return s.machine_.ShellItem(i.value("name", std::string{}), i.value("path", std::string{}));
         };
         if (step.contains("value")) {
             const auto value = fake::WholeNumber<std::uint32_t>(step["value"]);
             if (!value)
                 throw std::runtime_error("scenario: a report's \"value\" is a whole number from 0 to 4294967295");
-            machine_.ShellValueReport(event, *value, item("item2"));
+            s.machine_.ShellValueReport(event, *value, item("item2"));
         } else
-            machine_.ShellReport(event, item("item1"), item("item2"));
-    } else if (what == "tick") {
-        view_.TimerTick(control());
-    } else if (what == "message") {
-        // Any window message, sent through the window's chain of procedures.
+            s.machine_.ShellReport(event, item("item1"), item("item2"));
+    }
+    void tick() { s.view_.TimerTick(control()); }
+    // Any window message, sent through the window's chain of procedures.
+    void message() {
         auto whole = [&](const char* key, auto fallback) {
             using T = decltype(fallback);
             if (!step.contains(key)) return fallback;
@@ -474,16 +459,65 @@ void Scenario::runStep(std::size_t index) {
         };
         if (!step.contains("message"))
             throw std::runtime_error("scenario: step \"message\" needs a whole number \"message\"");
-        machine_.Deliver(view_.hWnd(), whole("message", std::uint32_t{0}), whole("wParam", std::uintptr_t{0}),
-                         whole("lParam", std::intptr_t{0}));
-    } else if (what == "advance") {
-        machine_.Advance(number("seconds"));
-    } else if (what == "answer") {
-        if (!step.contains("button")) throw std::runtime_error("scenario: step \"answer\" needs a \"button\"");
-        machine_.QueueAnswer(AnswerNumber(step["button"]));
-    } else {
-        throw std::runtime_error("scenario: unknown step \"" + what + "\"");
+        s.machine_.Deliver(s.view_.hWnd(), whole("message", std::uint32_t{0}), whole("wParam", std::uintptr_t{0}),
+                           whole("lParam", std::intptr_t{0}));
     }
+    void advance() { s.machine_.Advance(number("seconds")); }
+    void answer() {
+        if (!step.contains("button")) throw std::runtime_error("scenario: step \"answer\" needs a \"button\"");
+        s.machine_.QueueAnswer(AnswerNumber(step["button"]));
+    }
+
+    // The kinds of step: the name a scenario writes, whether the program must
+    // have been started (the machine's own events and "start" need no
+    // window), and the handler.
+    struct Kind {
+        std::string_view name;
+        bool needsForm;
+        void (Step::*run)();
+    };
+    static const Kind* Find(std::string_view name) {
+        static constexpr Kind kKinds[] = {
+            {"start", false, &Step::start},    {"activate", true, &Step::activate},
+            {"click", true, &Step::click},     {"select", true, &Step::select},
+            {"release", true, &Step::release}, {"dblclick", true, &Step::dblclick},
+            {"key", true, &Step::key},         {"mouseUp", true, &Step::mouseUp},
+            {"leave", true, &Step::leave},     {"choose", true, &Step::choose},
+            {"type", true, &Step::type},       {"move", true, &Step::move},
+            {"resize", true, &Step::resize},   {"minimize", true, &Step::minimize},
+            {"restore", true, &Step::restore}, {"close", true, &Step::close},
+            {"plug", false, &Step::plug},      {"pull", false, &Step::pull},
+            {"shell", false, &Step::shell},    {"tick", true, &Step::tick},
+            {"message", true, &Step::message}, {"advance", false, &Step::advance},
+            {"answer", false, &Step::answer},
+        };
+        for (const Kind& k : kKinds)
+            if (k.name == name) return &k;
+        return nullptr;
+    }
+};
+
+void Scenario::runStep(std::size_t index) {
+    const Json& step = impl_->steps[index];
+    if (!step.is_object() || !step.contains("do") || !step["do"].is_string())
+        throw std::runtime_error("scenario: step " + std::to_string(index + 1) + " needs a \"do\"");
+    Step current{*this, step, step["do"].get<std::string>()};
+    const std::string& what = current.what;
+    Json e;
+    e["event"] = "step";
+    e["index"] = index + 1;
+    e["do"] = what;
+    e["timer"] = Timer();
+    emit(Dump(e));
+
+    if (machine_.Ended())
+        throw std::runtime_error("scenario: step " + std::to_string(index + 1) + " comes after the program has ended");
+    const Step::Kind* kind = Step::Find(what);
+    if ((kind == nullptr || kind->needsForm) && !form_)
+        throw std::runtime_error("scenario: step \"" + what + "\" comes before \"start\"");
+    if (kind == nullptr) throw std::runtime_error("scenario: unknown step \"" + what + "\"");
+    (current.*(kind->run))();
+
     if (after_) after_(index + 1, what);
     if (machine_.Ended()) {
         Json end;

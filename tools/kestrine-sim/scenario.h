@@ -37,6 +37,7 @@ public:
 
 private:
     struct Impl;
+    struct Step;
     void runStep(std::size_t index);
     // The window repaints before anything else is reported, so a picture
     // painted earlier is reported first.

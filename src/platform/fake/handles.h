@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/native.h"
+#include "platform/portable/native_records.h"
 #include "platform/storage.h"
 
 namespace fake {
@@ -82,8 +83,8 @@ public:
     platform::NtStatus NtClose(platform::Handle handle) override;
 
     static constexpr platform::Handle kCurrentProcess = -1;
-    static constexpr std::uint8_t kProcessTypeIndex = 7;
-    static constexpr std::uint8_t kDefaultFileTypeIndex = 37;
+    static constexpr std::uint8_t kProcessTypeIndex = portable::kProcessTypeIndex;
+    static constexpr std::uint8_t kDefaultFileTypeIndex = portable::kFileTypeIndex;
 
 private:
     struct Slot {

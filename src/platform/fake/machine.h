@@ -15,8 +15,10 @@
 
 #include "platform/fake/handles.h"
 #include "platform/fake/hardware.h"
+#include "platform/portable/dir_search.h"
 #include "platform/portable/profile_text.h"
 #include "platform/portable/shell_items.h"
+#include "platform/portable/window_procedures.h"
 #include "platform/services.h"
 
 namespace fake {
@@ -128,12 +130,14 @@ public:
     // --- windows ---
     void SetWorkArea(platform::TwipsRect area) { workArea_ = area; }
     // The style the window system keeps for a window (a list view's header).
-    void SetWindowStyle(platform::WindowHandle window, std::intptr_t style) { styles_[window] = style; }
-    std::intptr_t WindowStyle(platform::WindowHandle window) const;
+    void SetWindowStyle(platform::WindowHandle window, std::intptr_t style) { windows_.SetStyle(window, style); }
+    std::intptr_t WindowStyle(platform::WindowHandle window) const { return windows_.Style(window); }
     // True once a SetWindowPos request with kHwndTopmost reached the window.
     bool Topmost(platform::WindowHandle window) const { return topmost_.count(window) != 0; }
     // The header control the window system gives a list view.
-    static platform::WindowHandle HeaderOf(platform::WindowHandle listView) { return listView + 0x1F00; }
+    static platform::WindowHandle HeaderOf(platform::WindowHandle listView) {
+        return portable::WindowProcedures::HeaderOf(listView);
+    }
     static constexpr std::intptr_t kDefaultHeaderStyle = 0x50000000 | platform::kHdsButtons;
 
     // --- window procedures ---
@@ -149,8 +153,8 @@ public:
     };
     const std::vector<Delivered>& OwnProcedureMessages() const { return ownMessages_; }
     // The value standing for a window's own procedure.
-    static constexpr std::intptr_t kOwnProcedure = 0x0BA5E;
-    std::intptr_t CurrentProcedure(platform::WindowHandle window) const;
+    static constexpr std::intptr_t kOwnProcedure = portable::WindowProcedures::kOwnProcedure;
+    std::intptr_t CurrentProcedure(platform::WindowHandle window) const { return windows_.Procedure(window); }
     int Beeps() const { return beeps_; }
 
     // --- the shell's change reports ---
@@ -170,7 +174,7 @@ public:
 
     // --- the notification area ---
     // Icons the shell shows, by window handle and id.
-    std::size_t TrayIcons() const { return trayIcons_.size(); }
+    std::size_t TrayIcons() const { return trayIcons_.Count(); }
 
     bool Ended() const { return ended_; }
     std::uint32_t ExitCode() const { return exitCode_; }
@@ -257,9 +261,9 @@ public:
     std::optional<platform::ScriptingDrive> GetDrive(const std::string& root) override;
     std::vector<platform::ScriptingDrive> Drives() override;
 
-    static constexpr platform::WindowHandle kOwnHiddenWindow = 0x1000;
-    static constexpr platform::WindowHandle kOtherHiddenWindow = 0x2000;
-    static constexpr platform::WindowHandle kOtherMainWindow = 0x2001;
+    static constexpr platform::WindowHandle kOwnHiddenWindow = portable::WindowProcedures::kOwnHiddenWindow;
+    static constexpr platform::WindowHandle kOtherHiddenWindow = portable::WindowProcedures::kOtherHiddenWindow;
+    static constexpr platform::WindowHandle kOtherMainWindow = portable::WindowProcedures::kOtherMainWindow;
 
 private:
     struct Node {
@@ -270,10 +274,6 @@ private:
     };
     // The profile file's node, when path names a file on a ready drive.
     const Node* profileNode(const std::string& path);
-    struct Search {
-        std::vector<platform::FindData> entries;
-        std::size_t next = 0;
-    };
 
     void record(std::string name, std::vector<std::string> args, std::string result, bool request);
     static std::string Key(std::string_view path); // upper case, no trailing backslash but on a root
@@ -286,8 +286,7 @@ private:
     std::map<std::string, Node> nodes_;
     std::uint64_t stamp_ = 0;         // the last content version given out
     portable::ProfileCache profiles_; // profile files read, by path and version
-    std::map<platform::Handle, Search> searches_;
-    platform::Handle nextSearch_ = 0x500;
+    portable::FileSearches searches_;
     std::string programFolder_ = "C:\\Program Files\\Kestrine";
     std::string commandLine_;
     std::string title_ = "Kestrine";
@@ -301,15 +300,13 @@ private:
     std::vector<Call> journal_;
     std::function<void(const Call&)> observer_;
     platform::TwipsRect workArea_{0, 0, 1920 * 15, 1040 * 15};
-    std::map<platform::WindowHandle, std::intptr_t> styles_;
-    std::map<platform::WindowHandle, std::intptr_t> procedures_;
-    std::map<std::pair<platform::WindowHandle, std::string>, std::intptr_t> props_;
+    portable::WindowProcedures windows_; // procedures, styles and properties of the windows
     std::vector<Delivered> ownMessages_;
     int beeps_ = 0;
     portable::ShellItems shell_{0x100000}; // items, report records, registered windows
     std::string currentDir_ = "C:\\";
     std::map<platform::WindowHandle, bool> topmost_;
-    std::map<std::pair<std::uint32_t, std::uint32_t>, std::uint32_t> trayIcons_; // (hWnd, uID) -> hIcon
+    portable::TrayIcons trayIcons_;
     std::uintptr_t nextPicture_ = 0x7000;
     bool ended_ = false;
     std::uint32_t exitCode_ = 0;

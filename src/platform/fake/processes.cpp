@@ -4,16 +4,13 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "core/vb.h"
 #include "platform/fake/description_fields.h"
 #include "platform/fake/json_numbers.h"
 
 namespace fake {
 
-namespace {
-
-char Upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
-
-} // namespace
+namespace {} // namespace
 
 void FakeProcesses::LoadJson(const nlohmann::json& description) {
     if (!description.contains("processes")) return;
@@ -39,7 +36,8 @@ std::vector<platform::ProcessHold> FakeProcesses::WhoHolds(const std::string& ro
     std::vector<platform::ProcessHold> found;
     if (root.empty()) return found;
     for (const auto& h : holds_)
-        if (h.path.size() >= 2 && h.path[1] == ':' && Upper(h.path[0]) == Upper(root[0])) found.push_back(h);
+        if (h.path.size() >= 2 && h.path[1] == ':' && vb::UpperChar(h.path[0]) == vb::UpperChar(root[0]))
+            found.push_back(h);
     std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.pid < b.pid; });
     return found;
 }

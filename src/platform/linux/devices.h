@@ -23,6 +23,7 @@
 #include "platform/management.h"
 #include "platform/processes.h"
 #include "platform/storage.h"
+#include "platform/win_numbers.h"
 
 namespace linuxbk {
 
@@ -113,6 +114,7 @@ private:
     };
 
     platform::DevInst instance(const std::string& path, bool ownSubtree);
+    const Node* node(platform::DevInst device) const; // nullptr when not handed out
     std::vector<DiskInfo> disksBelow(const Node& node);
     std::vector<DiskInfo> disks(); // whole disks with a medium, in order
     std::string pnpOf(const DiskInfo& disk) const { return Sysfs::PnpDeviceId(disk); }
@@ -125,7 +127,7 @@ private:
     platform::Handle nextHandle_ = 0x40000;
     std::map<platform::DevInfoSet, std::vector<Interface>> sets_;
     platform::DevInfoSet nextSet_ = 0x6000;
-    std::vector<Node> nodes_; // DevInst = 0x100 + index
+    std::vector<Node> nodes_; // DevInst = platform::kFirstDevInst + index
 };
 
 } // namespace linuxbk

@@ -102,56 +102,93 @@ Notice NoticeOf(const EjectReport& r) {
     return n;
 }
 
-EjectReport LinuxDevices::Eject(const std::vector<DiskInfo>& targets) {
-    EjectReport report;
-    for (const auto& d : targets) report.disks.push_back(d.name);
-    map_.Refresh();
-    const bool root = ::geteuid() == 0;
-    const bool bus = useUdisks_ && UDisks::Available();
-    report.method = bus ? "udisks2" : "direct";
-    auto fail = [&report](Veto veto, std::string text) {
-        report.veto = veto;
-        report.text = std::move(text);
+namespace {
+
+// One eject request as it runs, in three stages: refuse (the plan says the
+// device cannot go, or nothing could take it down), unmount everything it
+// carries and take down what is stacked on it, then power it off once. A
+// stage that fails leaves its reason in the report and ends the run.
+class EjectRun {
+public:
+    EjectRun(LetterMap& map, const std::vector<DiskInfo>& targets, bool root, bool bus, EjectReport& report)
+        : map_(map), targets_(targets), root_(root), bus_(bus), report_(report) {}
+
+    // The plan, when the device may go; false (with the refusal reported) when not.
+    bool Refuse(const ReleasePlan& plan) {
+        report_.holders = plan.holders;
+        if (!plan.ok()) return fail(plan.veto, plan.text);
+        if (!bus_ && !root_)
+            return fail(Veto::NotAuthorised,
+                        "not authorised: udisks2 is not running and only root can unmount and power off");
+        return true;
+    }
+
+    // Every mount, deepest first, then what is stacked on the device, the
+    // topmost first; at last nothing may claim the disks any more: a device
+    // is never powered off while a file system on it is still mounted somewhere.
+    bool UnmountAll(const ReleasePlan& plan) {
+        for (const auto& m : plan.mounts)
+            if (!unmount(plan, m)) return false;
+        for (auto it = plan.stacked.rbegin(); it != plan.stacked.rend(); ++it)
+            if (!takeDown(*it)) return false;
+        if (root_)
+            for (const auto& d : targets_)
+                if (!ClaimFree(d.devNode).value_or(true))
+                    return fail(Veto::Failed,
+                                "failed: " + d.devNode + " is still in use after its file systems were unmounted");
+        return true;
+    }
+
+    // Power off, once per device: every unit of a USB device goes with it.
+    bool PowerOff() {
+        std::vector<std::vector<DiskInfo>> devices;
+        for (const auto& d : targets_) {
+            auto same = std::find_if(devices.begin(), devices.end(), [&](const std::vector<DiskInfo>& group) {
+                return !d.usbDevice.empty() && group.front().usbDevice == d.usbDevice;
+            });
+            if (same == devices.end())
+                devices.push_back({d});
+            else
+                same->push_back(d);
+        }
+        for (const auto& group : devices) {
+            if (!powerOff(group)) return false;
+            ++report_.powerOffs;
+        }
+        map_.Refresh();
+        return true;
+    }
+
+private:
+    bool fail(Veto veto, std::string text) {
+        report_.veto = veto;
+        report_.text = std::move(text);
         return false;
-    };
-
-    PlanOptions options;
-    options.root = root;
-    options.udisks = bus;
-    const ReleasePlan plan = PlanRelease(map_, targets, options);
-    report.holders = plan.holders;
-    if (!plan.ok()) {
-        fail(plan.veto, plan.text);
-        return report;
-    }
-    if (!bus && !root) {
-        fail(Veto::NotAuthorised, "not authorised: udisks2 is not running and only root can unmount and power off");
-        return report;
     }
 
-    // Every mount, deepest first.
-    auto mountsOf = [&](const MountEntry& m) {
+    int mountsOf(const MountEntry& m) const {
         int n = 0;
         for (const auto& x : map_.Mounts())
             if (x.major == m.major && x.minor == m.minor && x.source == m.source) ++n;
         return n;
-    };
-    auto mounted = [&](const MountEntry& m) {
+    }
+    bool mounted(const MountEntry& m) const {
         for (const auto& x : map_.Mounts())
             if (x.mountPoint == m.mountPoint && x.major == m.major && x.minor == m.minor) return true;
         return false;
-    };
-    auto unmount = [&](const MountEntry& m) {
+    }
+
+    bool unmount(const ReleasePlan& plan, const MountEntry& m) {
         const BlockDevice* block = plan.BlockOf(m);
         for (int round = 0; round < 8 && mounted(m); ++round) {
-            if (bus && block != nullptr) {
+            if (bus_ && block != nullptr) {
                 const int before = mountsOf(m);
                 const BusResult r = UDisks::Unmount(block->name);
                 map_.Refresh();
                 if (r.ok() && mountsOf(m) < before) continue;
-                if (!r.ok() && !(root && r.veto == Veto::Failed))
+                if (!r.ok() && !(root_ && r.veto == Veto::Failed))
                     return fail(r.veto, Refusal(r.veto, m.mountPoint, r.detail));
-                if (!root) return fail(Veto::Failed, "failed: " + m.mountPoint + " stayed mounted");
+                if (!root_) return fail(Veto::Failed, "failed: " + m.mountPoint + " stayed mounted");
             }
             // udisks2 is absent or does not know the file system: unmount it here.
             if (::umount2(m.mountPoint.c_str(), 0) != 0) {
@@ -161,56 +198,32 @@ EjectReport LinuxDevices::Eject(const std::vector<DiskInfo>& targets) {
             map_.Refresh();
         }
         return !mounted(m) || fail(Veto::Failed, "failed: " + m.mountPoint + " is still mounted");
-    };
-    for (const auto& m : plan.mounts)
-        if (!unmount(m)) return report;
+    }
 
-    // What is stacked on the device, the topmost first.
-    auto gone = [&](const StackedDevice& s) { return !map_.sys().ByName(s.block.name).has_value(); };
-    auto takeDown = [&](const StackedDevice& s) {
-        if (s.kind == StackKind::Crypt && bus) {
+    bool gone(const StackedDevice& s) const { return !map_.sys().ByName(s.block.name).has_value(); }
+
+    bool takeDown(const StackedDevice& s) {
+        if (s.kind == StackKind::Crypt && bus_) {
             BusResult r{Veto::Failed, "", "no encrypted device below it"};
             for (const auto& slave : s.slaves)
                 if ((r = UDisks::Lock(slave)).ok()) break;
             if (r.ok() && gone(s)) return true;
-            if (!root) return fail(r.veto, Refusal(r.veto, s.block.devNode, r.detail));
+            if (!root_) return fail(r.veto, Refusal(r.veto, s.block.devNode, r.detail));
         }
-        if (!root)
+        if (!root_)
             return fail(Veto::NotAuthorised, "not authorised: " + s.block.devNode + " can only be taken down by root");
         std::string error;
         if (s.dmName.empty() || !DmRemove(s.dmName, error))
             return fail(Veto::Failed, "failed: " + s.block.devNode + " (" + s.dmName + "): " + error);
         return gone(s) || fail(Veto::Failed, "failed: " + s.block.devNode + " is still there");
-    };
-    for (auto it = plan.stacked.rbegin(); it != plan.stacked.rend(); ++it)
-        if (!takeDown(*it)) return report;
-
-    // Nothing may claim the disks any more: a device is never powered off
-    // while a file system on it is still mounted somewhere.
-    if (root)
-        for (const auto& d : targets)
-            if (!ClaimFree(d.devNode).value_or(true)) {
-                fail(Veto::Failed, "failed: " + d.devNode + " is still in use after its file systems were unmounted");
-                return report;
-            }
-
-    // Power off, once per device: every unit of a USB device goes with it.
-    std::vector<std::vector<DiskInfo>> devices;
-    for (const auto& d : targets) {
-        auto same = std::find_if(devices.begin(), devices.end(), [&](const std::vector<DiskInfo>& group) {
-            return !d.usbDevice.empty() && group.front().usbDevice == d.usbDevice;
-        });
-        if (same == devices.end())
-            devices.push_back({d});
-        else
-            same->push_back(d);
     }
-    auto powerOff = [&](const std::vector<DiskInfo>& group) {
+
+    bool powerOff(const std::vector<DiskInfo>& group) {
         const DiskInfo& first = group.front();
-        if (bus) {
+        if (bus_) {
             const BusResult r = UDisks::PowerOff(first.name);
             if (r.ok()) return true;
-            if (!(r.veto == Veto::NoDevice && root)) {
+            if (!(r.veto == Veto::NoDevice && root_)) {
                 const Veto veto = r.veto == Veto::NoDevice ? Veto::Failed : r.veto;
                 return fail(veto, Refusal(veto, first.devNode, r.detail));
             }
@@ -236,12 +249,30 @@ EjectReport LinuxDevices::Eject(const std::vector<DiskInfo>& targets) {
                 return fail(VetoOfErrno(error), Refusal(VetoOfErrno(error), d.devNode, std::strerror(error)));
         }
         return true;
-    };
-    for (const auto& group : devices) {
-        if (!powerOff(group)) return report;
-        ++report.powerOffs;
     }
+
+    LetterMap& map_;
+    const std::vector<DiskInfo>& targets_;
+    const bool root_, bus_;
+    EjectReport& report_;
+};
+
+} // namespace
+
+EjectReport LinuxDevices::Eject(const std::vector<DiskInfo>& targets) {
+    EjectReport report;
+    for (const auto& d : targets) report.disks.push_back(d.name);
     map_.Refresh();
+    const bool root = ::geteuid() == 0;
+    const bool bus = useUdisks_ && UDisks::Available();
+    report.method = bus ? "udisks2" : "direct";
+
+    PlanOptions options;
+    options.root = root;
+    options.udisks = bus;
+    const ReleasePlan plan = PlanRelease(map_, targets, options);
+    EjectRun run(map_, targets, root, bus, report);
+    if (run.Refuse(plan) && run.UnmountAll(plan)) run.PowerOff();
     return report;
 }
 

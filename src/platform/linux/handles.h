@@ -13,6 +13,7 @@
 
 #include "platform/linux/letter_map.h"
 #include "platform/native.h"
+#include "platform/portable/native_records.h"
 
 namespace linuxbk {
 
@@ -23,9 +24,9 @@ public:
     // Object type numbers of the table: every descriptor that is a file, a
     // device, a pipe or a socket has the file type (as all of them do on
     // Windows); event, timer and other anonymous descriptors have another.
-    static constexpr std::uint8_t kFileTypeIndex = 37;
+    static constexpr std::uint8_t kFileTypeIndex = portable::kFileTypeIndex;
     static constexpr std::uint8_t kOtherTypeIndex = 42;
-    static constexpr std::uint8_t kProcessTypeIndex = 7; // process descriptors (pidfd)
+    static constexpr std::uint8_t kProcessTypeIndex = portable::kProcessTypeIndex; // process descriptors (pidfd)
 
     // The device-form name of a descriptor target: "/dev/sdb1\docs\a.txt".
     std::string DeviceFormName(int fd);

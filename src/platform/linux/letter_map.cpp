@@ -11,15 +11,6 @@
 
 namespace linuxbk {
 
-namespace {
-
-std::string Base(const std::string& path) {
-    const auto slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-} // namespace
-
 bool IsSystemMount(const MountEntry& m) {
     return m.fsType == "squashfs" || m.mountPoint == "/boot/efi" || m.mountPoint == "/efi";
 }
@@ -95,21 +86,32 @@ void LetterMap::Refresh() {
 void LetterMap::Build(const std::vector<MountEntry>& mounts) {
     mounts_ = mounts;
     std::vector<DriveRecord> found;
-    auto known = [&](const std::string& key) {
-        return std::any_of(found.begin(), found.end(), [&](const DriveRecord& d) { return d.key == key; });
-    };
-    auto resolve = [&](DriveRecord& d) {
-        if (d.major != 0) d.block = sysfs_.ByNumber(d.major, d.minor);
-        if (!d.block && !d.devNode.empty()) {
-            std::string real = RealPath(d.devNode);
-            d.block = sysfs_.ByName(Base(real.empty() ? d.devNode : real));
-        }
-        if (d.block) {
-            if (const auto disk = sysfs_.Disk(d.block->diskName)) d.driveType = DriveTypeOfDisk(*disk);
-        }
-    };
+    if (auto root = rootDrive(mounts)) found.push_back(std::move(*root));
+    addMounted(mounts, found);
+    addOptical(found);
+    assignLetters(found);
+    keepSerials(found);
+    drives_ = std::move(found);
+    ++generation_;
+}
 
-    // The root file system is C:, whatever it is.
+bool LetterMap::Known(const std::vector<DriveRecord>& found, const std::string& key) {
+    return std::any_of(found.begin(), found.end(), [&](const DriveRecord& d) { return d.key == key; });
+}
+
+void LetterMap::resolve(DriveRecord& d) const {
+    if (d.major != 0) d.block = sysfs_.ByNumber(d.major, d.minor);
+    if (!d.block && !d.devNode.empty()) {
+        std::string real = RealPath(d.devNode);
+        d.block = sysfs_.ByName(Base(real.empty() ? d.devNode : real));
+    }
+    if (d.block) {
+        if (const auto disk = sysfs_.Disk(d.block->diskName)) d.driveType = DriveTypeOfDisk(*disk);
+    }
+}
+
+// The root file system is C:, whatever it is.
+std::optional<DriveRecord> LetterMap::rootDrive(const std::vector<MountEntry>& mounts) const {
     for (auto it = mounts.rbegin(); it != mounts.rend(); ++it) {
         if (it->mountPoint != "/") continue;
         DriveRecord d;
@@ -129,10 +131,14 @@ void LetterMap::Build(const std::vector<MountEntry>& mounts) {
             d.major = d.minor = 0;
         }
         d.key = d.devNode.empty() ? std::string("root") : d.devNode;
-        found.push_back(std::move(d));
-        break;
+        return d;
     }
+    return std::nullopt;
+}
 
+// Local file systems by their device (mounted again, a device counts once)
+// and network shares by their mount point.
+void LetterMap::addMounted(const std::vector<MountEntry>& mounts, std::vector<DriveRecord>& found) const {
     for (const auto& m : mounts) {
         if (m.mountPoint == "/" || IsSystemMount(m)) continue;
         DriveRecord d;
@@ -147,7 +153,7 @@ void LetterMap::Build(const std::vector<MountEntry>& mounts) {
             d.major = m.major;
             d.minor = m.minor;
             d.driveType = platform::kDriveFixed;
-            if (known(d.key)) continue; // the same device mounted again (a bind mount)
+            if (Known(found, d.key)) continue; // the same device mounted again (a bind mount)
             resolve(d);
             if (d.block && d.block->name.starts_with("sr")) d.kind = DriveKind::Optical;
         } else if (IsNetworkFileSystem(m.fsType)) {
@@ -155,16 +161,18 @@ void LetterMap::Build(const std::vector<MountEntry>& mounts) {
             d.key = "net:" + m.mountPoint;
             d.driveType = platform::kDriveRemote;
             d.shareName = ShareNameOf(m.fsType, m.source);
-            if (known(d.key)) continue;
+            if (Known(found, d.key)) continue;
         } else {
             continue;
         }
         found.push_back(std::move(d));
     }
+}
 
-    // Optical drives are drives with or without a medium.
+// Optical drives are drives with or without a medium.
+void LetterMap::addOptical(std::vector<DriveRecord>& found) const {
     for (const auto& b : sysfs_.All("sr")) {
-        if (!b.name.starts_with("sr") || b.partition != 0 || known(b.devNode)) continue;
+        if (!b.name.starts_with("sr") || b.partition != 0 || Known(found, b.devNode)) continue;
         DriveRecord d;
         d.kind = DriveKind::Optical;
         d.key = b.devNode;
@@ -175,8 +183,11 @@ void LetterMap::Build(const std::vector<MountEntry>& mounts) {
         d.driveType = platform::kDriveCdrom;
         found.push_back(std::move(d));
     }
+}
 
-    // Letters: kept while present, else the lowest free one from D.
+// Letters: kept while present, else the lowest free one from D. The drives
+// end in letter order; more than 24 get no letter and are left out.
+void LetterMap::assignLetters(std::vector<DriveRecord>& found) {
     bool used[26] = {};
     used['C' - 'A'] = true;
     for (auto& d : found) {
@@ -199,12 +210,15 @@ void LetterMap::Build(const std::vector<MountEntry>& mounts) {
             }
         }
     }
-    std::erase_if(found, [](const DriveRecord& d) { return d.letter == 0; }); // more than 24 drives
+    std::erase_if(found, [](const DriveRecord& d) { return d.letter == 0; });
     std::sort(found.begin(), found.end(),
               [](const DriveRecord& a, const DriveRecord& b) { return a.letter < b.letter; });
     kept_.clear();
     for (const auto& d : found) kept_.emplace_back(d.key, d.letter);
-    // A mount the last build saw keeps its serial; one it did not gets a new one.
+}
+
+// A mount the last build saw keeps its serial; one it did not gets a new one.
+void LetterMap::keepSerials(std::vector<DriveRecord>& found) {
     static std::atomic<std::uint64_t> nextSerial{0};
     decltype(serials_) serials;
     for (auto& d : found) {
@@ -215,8 +229,6 @@ void LetterMap::Build(const std::vector<MountEntry>& mounts) {
         serials.emplace(key, d.mountSerial);
     }
     serials_ = std::move(serials);
-    drives_ = std::move(found);
-    ++generation_;
 }
 
 const std::vector<DriveRecord>& LetterMap::Drives() {
@@ -231,7 +243,7 @@ const std::vector<MountEntry>& LetterMap::Mounts() {
 
 const DriveRecord* LetterMap::Find(char letter) {
     Sync();
-    const char l = static_cast<char>(Upper(std::string(1, letter))[0]);
+    const char l = vb::UpperChar(letter);
     for (const auto& d : drives_)
         if (d.letter == l) return &d;
     return nullptr;

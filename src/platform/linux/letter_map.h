@@ -79,6 +79,15 @@ public:
 private:
     void readTable();
     std::optional<std::string> toNative(const std::string& windowsPath);
+    // The steps of Build: the root drive, the other mounted drives, the
+    // optical drives, then their letters and mount serials.
+    static bool Known(const std::vector<DriveRecord>& found, const std::string& key);
+    void resolve(DriveRecord& drive) const; // its block device and drive type
+    std::optional<DriveRecord> rootDrive(const std::vector<MountEntry>& mounts) const;
+    void addMounted(const std::vector<MountEntry>& mounts, std::vector<DriveRecord>& found) const;
+    void addOptical(std::vector<DriveRecord>& found) const;
+    void assignLetters(std::vector<DriveRecord>& found);
+    void keepSerials(std::vector<DriveRecord>& found);
     Sysfs sysfs_;
     std::string mountInfoPath_;
     UniqueFd watch_; // the mount table, polled for POLLPRI on /proc

@@ -82,7 +82,7 @@ std::vector<platform::ProcessHold> HoldsOn(const std::string& procRoot, const st
             if (denied && user && uninspected != nullptr) ++*uninspected;
             continue;
         }
-        const std::string name = Trim(ReadFile(base + "/comm").value_or(std::string{}));
+        const std::string name = vb::TrimBlanks(ReadFile(base + "/comm").value_or(std::string{}));
         auto add = [&](std::string what, const std::string& path) {
             holds.push_back({pid, name, std::move(what), path});
         };

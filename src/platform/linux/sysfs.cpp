@@ -12,16 +12,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string Parent(const std::string& path) {
-    const auto slash = path.rfind('/');
-    return slash == std::string::npos || slash == 0 ? std::string("/") : path.substr(0, slash);
-}
-
-std::string Base(const std::string& path) {
-    const auto slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
 std::uint32_t ToNumber(std::string_view text) {
     std::uint32_t value = 0;
     std::from_chars(text.data(), text.data() + text.size(), value);
@@ -298,14 +288,14 @@ std::optional<DiskInfo> Sysfs::Disk(const std::string& diskName) const {
 
 std::string Sysfs::PnpDeviceId(const DiskInfo& d) {
     const bool usb = d.busType == bus::kUsb;
-    std::string vendor = Trim(d.vendor), model = Trim(d.model), rev = Trim(d.revision);
+    std::string vendor = vb::TrimBlanks(d.vendor), model = vb::TrimBlanks(d.model), rev = vb::TrimBlanks(d.revision);
     if (model.empty() && d.loop) model = "Loop device";
     if (model.empty()) model = d.name;
     std::string id = usb ? "USBSTOR\\" : "SCSI\\";
     id += d.kind == DiskKind::CdRom ? "CDROM" : "DISK";
     id += "&VEN_" + Underscores(vendor.substr(0, 8)) + "&PROD_" + Underscores(model.substr(0, 16)) + "&REV_" +
           Underscores(rev.substr(0, 4));
-    std::string serial = Trim(d.serial);
+    std::string serial = vb::TrimBlanks(d.serial);
     if (serial.empty()) serial = d.name;
     for (char& c : serial)
         if (c == '\\' || c == ' ' || c == '&') c = '_';
@@ -313,7 +303,7 @@ std::string Sysfs::PnpDeviceId(const DiskInfo& d) {
 }
 
 std::string Sysfs::Caption(const DiskInfo& d) {
-    std::string text = Trim(Trim(d.vendor) + " " + Trim(d.model));
+    std::string text = vb::TrimBlanks(vb::TrimBlanks(d.vendor) + " " + vb::TrimBlanks(d.model));
     if (text.empty()) text = d.loop ? "Loop device" : d.name;
     if (d.busType == bus::kUsb) text += " USB Device";
     return text;

@@ -10,22 +10,25 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/storage.h"
+
 namespace linuxbk {
 
-// The storage bus numbers the storage driver reports (STORAGE_BUS_TYPE).
+// The storage bus numbers the storage driver reports (STORAGE_BUS_TYPE),
+// by the short names the sysfs reading uses.
 namespace bus {
-inline constexpr std::uint32_t kUnknown = 0;
-inline constexpr std::uint32_t kScsi = 1;
-inline constexpr std::uint32_t kAta = 3;
-inline constexpr std::uint32_t k1394 = 4;
-inline constexpr std::uint32_t kUsb = 7;
-inline constexpr std::uint32_t kRaid = 8;
-inline constexpr std::uint32_t kSata = 0xB;
-inline constexpr std::uint32_t kSd = 0xC;
-inline constexpr std::uint32_t kMmc = 0xD;
-inline constexpr std::uint32_t kVirtual = 0xE;
-inline constexpr std::uint32_t kFileBackedVirtual = 0xF;
-inline constexpr std::uint32_t kNvme = 0x11;
+inline constexpr std::uint32_t kUnknown = platform::kBusTypeUnknown;
+inline constexpr std::uint32_t kScsi = platform::kBusTypeScsi;
+inline constexpr std::uint32_t kAta = platform::kBusTypeAta;
+inline constexpr std::uint32_t k1394 = platform::kBusType1394;
+inline constexpr std::uint32_t kUsb = platform::kBusTypeUsb;
+inline constexpr std::uint32_t kRaid = platform::kBusTypeRaid;
+inline constexpr std::uint32_t kSata = platform::kBusTypeSata;
+inline constexpr std::uint32_t kSd = platform::kBusTypeSd;
+inline constexpr std::uint32_t kMmc = platform::kBusTypeMmc;
+inline constexpr std::uint32_t kVirtual = platform::kBusTypeVirtual;
+inline constexpr std::uint32_t kFileBackedVirtual = platform::kBusTypeFileBackedVirtual;
+inline constexpr std::uint32_t kNvme = platform::kBusTypeNvme;
 } // namespace bus
 
 enum class DiskKind { Disk, CdRom, Floppy };

@@ -56,27 +56,27 @@ std::uint32_t System::ShellEventCode(SystemEvent::Kind kind) {
     using Kind = SystemEvent::Kind;
     switch (kind) {
     case Kind::Renamed:
-        return 0x1;
+        return platform::kShcneRenameItem;
     case Kind::Created:
-        return 0x2;
+        return platform::kShcneCreate;
     case Kind::Deleted:
-        return 0x4;
+        return platform::kShcneDelete;
     case Kind::FolderCreated:
-        return 0x8;
+        return platform::kShcneMkDir;
     case Kind::FolderRemoved:
-        return 0x10;
+        return platform::kShcneRmDir;
     case Kind::MediaInserted:
-        return 0x20;
+        return platform::kShcneMediaInserted;
     case Kind::MediaRemoved:
-        return 0x40;
+        return platform::kShcneMediaRemoved;
     case Kind::DriveRemoved:
-        return 0x80;
+        return platform::kShcneDriveRemoved;
     case Kind::DriveAdded:
-        return 0x100;
+        return platform::kShcneDriveAdd;
     case Kind::AttributesChanged:
-        return 0x800;
+        return platform::kShcneAttributes;
     case Kind::ItemUpdated:
-        return 0x2000;
+        return platform::kShcneUpdateItem;
     default:
         return 0;
     }

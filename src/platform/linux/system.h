@@ -4,13 +4,16 @@
 #include <memory>
 #include <string>
 
-#include "platform/linux/desktop.h"
+#include "platform/linux/application.h"
 #include "platform/linux/devices.h"
 #include "platform/linux/events.h"
 #include "platform/linux/handles.h"
+#include "platform/linux/instance_channel.h"
 #include "platform/linux/letter_map.h"
 #include "platform/linux/profile_file.h"
+#include "platform/linux/shell.h"
 #include "platform/linux/volumes.h"
+#include "platform/linux/window_system.h"
 #include "platform/services.h"
 
 namespace linuxbk {

@@ -38,7 +38,7 @@ std::optional<std::string> ReadFile(const std::string& path) {
 std::string ReadAttr(const std::string& path) {
     const auto text = ReadFile(path);
     if (!text) return {};
-    return Trim(std::string_view(*text).substr(0, text->find('\n')));
+    return vb::TrimBlanks(std::string_view(*text).substr(0, text->find('\n')));
 }
 
 std::string ReadLink(const std::string& path) {
@@ -66,41 +66,20 @@ bool IsDirectory(const std::string& path) {
     return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-std::string Trim(std::string_view text) {
-    const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\0'; };
-    while (!text.empty() && blank(text.front())) text.remove_prefix(1);
-    while (!text.empty() && blank(text.back())) text.remove_suffix(1);
-    return std::string(text);
+std::string Base(const std::string& path) {
+    const auto slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-std::string Upper(std::string_view text) {
-    std::string out(text);
-    for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return out;
-}
-
-std::string Lower(std::string_view text) {
-    std::string out(text);
-    for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
+std::string Parent(const std::string& path) {
+    const auto slash = path.rfind('/');
+    return slash == std::string::npos || slash == 0 ? std::string("/") : path.substr(0, slash);
 }
 
 bool StartsWithPath(std::string_view path, std::string_view folder) {
     if (folder == "/") return !path.empty() && path.front() == '/';
     if (!path.starts_with(folder)) return false;
     return path.size() == folder.size() || path[folder.size()] == '/';
-}
-
-void PutU32(std::span<std::uint8_t> out, std::size_t at, std::uint32_t value) {
-    for (std::size_t i = 0; i < 4 && at + i < out.size(); ++i)
-        out[at + i] = static_cast<std::uint8_t>(value >> (8 * i));
-}
-
-void PutU64(std::span<std::uint8_t, 8> out, std::uint64_t value) {
-    for (auto& b : out) {
-        b = static_cast<std::uint8_t>(value & 0xFF);
-        value >>= 8;
-    }
 }
 
 std::string UnescapeHex(std::string_view text) {

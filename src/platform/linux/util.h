@@ -1,7 +1,7 @@
 #pragma once
 // Small helpers the Linux services share: descriptors that close themselves,
-// whole-file reads, text trimming and the little-endian and UTF-16 encodings
-// the Windows records carry.
+// whole-file reads, paths, and the UTF-16 encoding the Windows records carry.
+#include "core/vb.h"
 #include "platform/portable/text.h"
 #include <cstdint>
 #include <optional>
@@ -43,13 +43,12 @@ std::string RealPath(const std::string& path);
 bool Exists(const std::string& path);
 bool IsDirectory(const std::string& path);
 
-std::string Trim(std::string_view text);
-std::string Upper(std::string_view text);
-std::string Lower(std::string_view text);
 bool StartsWithPath(std::string_view path, std::string_view folder); // folder itself or something below it
+// The last part of a path ("sdb1" of "/sys/block/sdb/sdb1"), the whole path without a slash.
+std::string Base(const std::string& path);
+// The folder a path lies in; "/" for what lies in the root or has no slash.
+std::string Parent(const std::string& path);
 
-void PutU32(std::span<std::uint8_t> out, std::size_t at, std::uint32_t value); // what fits
-void PutU64(std::span<std::uint8_t, 8> out, std::uint64_t value);
 using portable::CopyCut; // NUL-terminated, cut to fit
 
 using portable::Utf8ToUtf16;

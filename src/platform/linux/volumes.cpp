@@ -1,7 +1,7 @@
 #include "platform/linux/volumes.h"
+#include "platform/bytes.h"
 
 #include "platform/portable/dir_search.h"
-#include "platform/portable/scripting_drive.h"
 #include "platform/portable/text.h"
 
 #include <algorithm>
@@ -24,14 +24,6 @@ std::uint32_t AttributesOf(const struct stat& st, std::string_view name) {
     if ((st.st_mode & 0222) == 0) a |= platform::kAttrReadOnly;
     if (name.size() > 1 && name.front() == '.' && name != "..") a |= platform::kAttrHidden;
     return a;
-}
-
-platform::FindData Entry(std::string_view name, std::uint32_t attributes, std::uint64_t size) {
-    platform::FindData d;
-    d.dwFileAttributes = attributes;
-    d.nFileSize = size;
-    CopyCut(d.cFileName, name);
-    return d;
 }
 
 } // namespace
@@ -124,9 +116,9 @@ bool LinuxVolumes::GetDiskFreeSpaceExA(const std::string& directory, std::span<s
     const auto space =
         *native == drive.mountPoint ? spaceOf(drive) : (answers(drive) ? SpaceOf(*native) : std::nullopt);
     if (!space) return false;
-    PutU64(freeBytesAvailable, space->available);
-    PutU64(totalBytes, space->total);
-    PutU64(totalFreeBytes, space->free);
+    platform::WriteLe<std::uint64_t>(freeBytesAvailable, 0, space->available);
+    platform::WriteLe<std::uint64_t>(totalBytes, 0, space->total);
+    platform::WriteLe<std::uint64_t>(totalFreeBytes, 0, space->free);
     return true;
 }
 
@@ -177,7 +169,7 @@ bool LinuxVolumes::SetVolumeLabelA(const std::string& root, const std::string& l
             if (r.ok() && !mounted.ok()) r = mounted;
         }
     }
-    if (!r.ok()) labelError_ = std::string(VetoName(r.veto)) + ": " + Trim(r.detail);
+    if (!r.ok()) labelError_ = std::string(VetoName(r.veto)) + ": " + vb::TrimBlanks(r.detail);
     ForgetVolume(major, minor);
     return r.ok();
 }
@@ -217,23 +209,16 @@ platform::Handle LinuxVolumes::FindFirstFileA(const std::string& pattern, platfo
         struct stat st {};
         const std::string full = (*native == "/" ? std::string() : *native) + "/" + name;
         if (::stat(full.c_str(), &st) != 0 && ::lstat(full.c_str(), &st) != 0) continue;
-        entries.push_back(Entry(name, AttributesOf(st, name), S_ISREG(st.st_mode) ? st.st_size : 0));
+        entries.push_back(portable::FindEntry(name, AttributesOf(st, name), S_ISREG(st.st_mode) ? st.st_size : 0));
     }
-    if (entries.empty()) return platform::kInvalidHandleValue;
-    data = entries.front();
-    const platform::Handle handle = nextSearch_++;
-    searches_.emplace(handle, std::make_pair(std::move(entries), std::size_t{1}));
-    return handle;
+    return searches_.Open(std::move(entries), data);
 }
 
 bool LinuxVolumes::FindNextFileA(platform::Handle search, platform::FindData& data) {
-    auto it = searches_.find(search);
-    if (it == searches_.end() || it->second.second >= it->second.first.size()) return false;
-    data = it->second.first[it->second.second++];
-    return true;
+    return searches_.Next(search, data);
 }
 
-bool LinuxVolumes::FindClose(platform::Handle search) { return searches_.erase(search) != 0; }
+bool LinuxVolumes::FindClose(platform::Handle search) { return searches_.Close(search); }
 
 bool LinuxVolumes::DeleteFileA(const std::string& path) {
     const auto native = map_.ToNative(path);
@@ -308,26 +293,6 @@ std::string LinuxVolumes::Dir(const std::string& pathname, std::uint32_t attribu
     const auto folder = map_.ToNative(pattern.substr(0, pattern.find_last_of('\\') + 1));
     if (!folder) return {};
     return RootsAlone((*folder == "/" ? std::string() : *folder) + "/" + found) ? found : std::string();
-}
-
-platform::ScriptingDrive LinuxVolumes::describe(const DriveRecord& d) {
-    const bool ready = d.Ready();
-    return portable::DescribeDrive(d.letter, d.driveType, ready, ready ? labelOf(d) : std::string(), d.shareName);
-}
-
-std::optional<platform::ScriptingDrive> LinuxVolumes::GetDrive(const std::string& root) {
-    if (root.empty() || (root.size() > 1 && root[1] != ':')) return std::nullopt;
-    const DriveRecord* d = map_.Find(root[0]);
-    if (d == nullptr) return std::nullopt;
-    const DriveRecord copy = *d;
-    return describe(copy);
-}
-
-std::vector<platform::ScriptingDrive> LinuxVolumes::Drives() {
-    const std::vector<DriveRecord> all = map_.Drives();
-    std::vector<platform::ScriptingDrive> out;
-    for (const auto& d : all) out.push_back(describe(d));
-    return out;
 }
 
 } // namespace linuxbk

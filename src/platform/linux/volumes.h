@@ -10,6 +10,7 @@
 
 #include "platform/linux/letter_map.h"
 #include "platform/linux/space.h"
+#include "platform/portable/dir_search.h"
 #include "platform/scripting.h"
 #include "platform/volumes.h"
 
@@ -63,8 +64,7 @@ private:
         std::optional<SpaceInfo> answer;
     };
     std::map<std::string, Probe> probes_; // mount point -> the last answer of a drive that may not answer
-    std::map<platform::Handle, std::pair<std::vector<platform::FindData>, std::size_t>> searches_;
-    platform::Handle nextSearch_ = 0x500;
+    portable::FileSearches searches_;
 };
 
 } // namespace linuxbk

@@ -1,4 +1,5 @@
 #include "platform/portable/profile_text.h"
+#include "core/vb.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -24,13 +25,6 @@ std::string_view TrimRight(std::string_view s) {
 }
 
 std::string_view Trim(std::string_view s) { return TrimRight(TrimLeft(s)); }
-
-char LowerAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
-
-bool EqualNoCase(std::string_view a, std::string_view b) {
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return LowerAscii(x) == LowerAscii(y); });
-}
 
 // The file's lines without their line ends; a last line without a line end counts.
 std::vector<std::string_view> SplitLines(std::string_view content) {
@@ -72,7 +66,7 @@ struct SectionRange {
 std::optional<SectionRange> FindSection(const std::vector<std::string_view>& lines, std::string_view name) {
     for (std::size_t i = 0; i < lines.size(); ++i) {
         const auto header = SectionHeader(lines[i]);
-        if (!header || !EqualNoCase(*header, name)) continue;
+        if (!header || !vb::SameText(*header, name)) continue;
         std::size_t end = i + 1;
         while (end < lines.size() && !SectionHeader(lines[end])) ++end;
         return SectionRange{i, end};
@@ -100,7 +94,7 @@ std::string WriteString(std::string_view content, std::string_view section, std:
     if (const auto range = FindSection(lines, section)) {
         std::size_t at = range->end;
         for (std::size_t i = range->header + 1; i < range->end; ++i) {
-            if (EqualNoCase(EntryKey(lines[i]), key)) {
+            if (vb::SameText(EntryKey(lines[i]), key)) {
                 at = i;
                 break;
             }
@@ -132,7 +126,7 @@ namespace {
 
 std::string LowerName(std::string_view name) {
     std::string out(Trim(name));
-    for (char& c : out) c = LowerAscii(c);
+    for (char& c : out) c = vb::LowerChar(c);
     return out;
 }
 
@@ -182,7 +176,7 @@ ParsedProfile::ParsedProfile(std::string content) : content_(std::move(content))
         // The header's name as written (blanks inside the brackets count);
         // the name asked for is trimmed.
         openName = std::string(*header);
-        for (char& c : openName) c = LowerAscii(c);
+        for (char& c : openName) c = vb::LowerChar(c);
         if (!header->empty()) names_.emplace_back(*header);
     }
     close(lines_.size());

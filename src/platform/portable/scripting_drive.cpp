@@ -1,5 +1,6 @@
 #include "platform/portable/scripting_drive.h"
 
+#include "core/vb.h"
 #include "platform/types.h"
 
 namespace portable {
@@ -24,7 +25,7 @@ std::int32_t ScriptingDriveType(std::uint32_t driveType) {
 platform::ScriptingDrive DescribeDrive(char letter, std::uint32_t driveType, bool ready, const std::string& label,
                                        const std::string& shareName) {
     platform::ScriptingDrive s;
-    s.DriveLetter = std::string(1, letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter);
+    s.DriveLetter = std::string(1, vb::UpperChar(letter));
     s.DriveType = ScriptingDriveType(driveType);
     s.IsReady = ready;
     if (ready) s.VolumeName = label;

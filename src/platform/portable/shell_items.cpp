@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/bytes.h"
 #include "platform/portable/text.h"
 
 namespace portable {
@@ -51,7 +52,7 @@ std::uintptr_t ShellItems::ReportRecord(platform::Pidl item1, platform::Pidl ite
 std::uintptr_t ShellItems::ValueRecord(std::uint32_t value) {
     std::vector<std::uint8_t> small(6, 0);
     small[0] = 6;
-    std::memcpy(small.data() + 2, &value, sizeof value);
+    platform::WriteLe32(small, 2, value);
     return Place(std::move(small));
 }
 
@@ -69,6 +70,36 @@ bool ShellItems::PathOf(platform::Pidl pidl, std::span<char, 260> path) const {
     if (it == items_.end() || it->second.path.empty()) return false;
     CopyCut(path, it->second.path);
     return true;
+}
+
+TrayIcons::Record TrayIcons::Read(std::span<const std::uint8_t, 88> data) {
+    Record r;
+    r.size = platform::ReadLe32(data, 0);
+    r.window = platform::ReadLe32(data, 4);
+    r.id = platform::ReadLe32(data, 8);
+    r.icon = platform::ReadLe32(data, 20);
+    r.tip.assign(reinterpret_cast<const char*>(data.data() + 24), 64);
+    r.tip.resize(std::min(r.tip.find('\0'), r.tip.size()));
+    return r;
+}
+
+bool TrayIcons::Apply(std::uint32_t message, const Record& r) {
+    if (r.size != 88) return false;
+    const auto key = std::make_pair(r.window, r.id);
+    switch (message) {
+    case platform::kNimAdd:
+        if (r.window == 0 || icons_.count(key) != 0) return false;
+        icons_[key] = r.icon;
+        return true;
+    case platform::kNimModify:
+        if (icons_.count(key) == 0) return false;
+        icons_[key] = r.icon;
+        return true;
+    case platform::kNimDelete:
+        return icons_.erase(key) != 0;
+    default:
+        return false;
+    }
 }
 
 std::uint32_t ShellItems::Register(platform::WindowHandle window, std::uint32_t message, platform::Pidl root) {

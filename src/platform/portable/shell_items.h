@@ -61,4 +61,27 @@ private:
     std::vector<std::pair<platform::WindowHandle, std::uint32_t>> windows_;
 };
 
+// The notification-area icons a shell keeps, by window and id, as the
+// 88-byte NOTIFYICONDATAA records of Shell_NotifyIconA add, modify and
+// delete them.
+class TrayIcons {
+public:
+    // The fields of a record the icons are kept by: cbSize (0), hWnd (4),
+    // uID (8), hIcon (20) and the tip (24, 64 bytes, up to its first NUL).
+    struct Record {
+        std::uint32_t size = 0, window = 0, id = 0, icon = 0;
+        std::string tip;
+    };
+    static Record Read(std::span<const std::uint8_t, 88> data);
+
+    // Adds (kNimAdd), modifies (kNimModify) or deletes (kNimDelete) an icon;
+    // false when refused: a record of another size, adding an icon that is
+    // there or has no window, changing or deleting one that is not there.
+    bool Apply(std::uint32_t message, const Record& record);
+    std::size_t Count() const { return icons_.size(); }
+
+private:
+    std::map<std::pair<std::uint32_t, std::uint32_t>, std::uint32_t> icons_; // (hWnd, uID) -> hIcon
+};
+
 } // namespace portable

@@ -1,4 +1,5 @@
 #include "platform/portable/text.h"
+#include "core/vb.h"
 
 #include <algorithm>
 #include <cctype>
@@ -7,15 +8,11 @@
 
 namespace portable {
 
-namespace {
-char Upper(char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
-} // namespace
-
 bool WildcardMatch(std::string_view pattern, std::string_view name) {
     if (pattern == "*.*" || pattern == "*") return true;
     std::size_t p = 0, n = 0, star = std::string_view::npos, mark = 0;
     while (n < name.size()) {
-        if (p < pattern.size() && (pattern[p] == '?' || Upper(pattern[p]) == Upper(name[n]))) {
+        if (p < pattern.size() && (pattern[p] == '?' || vb::UpperChar(pattern[p]) == vb::UpperChar(name[n]))) {
             ++p;
             ++n;
         } else if (p < pattern.size() && pattern[p] == '*') {

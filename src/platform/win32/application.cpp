@@ -7,7 +7,7 @@
 namespace win32 {
 
 namespace {
-constexpr const char* kHiddenClass = "ThunderRT6Main";
+constexpr const char* kHiddenClass = platform::kHiddenWindowClass;
 constexpr const char* kInstanceMutex = "Local\\Kestrine.Instance";
 
 // The hidden window has nothing to do but exist; the system's default

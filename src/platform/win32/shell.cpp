@@ -9,16 +9,15 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/vb.h"
+#include "platform/bytes.h"
 #include "platform/win32/backend.h"
 
 namespace win32 {
 
 namespace {
 
-std::uint32_t U32(std::span<const std::uint8_t, 88> data, std::size_t at) {
-    return static_cast<std::uint32_t>(data[at]) | static_cast<std::uint32_t>(data[at + 1]) << 8 |
-           static_cast<std::uint32_t>(data[at + 2]) << 16 | static_cast<std::uint32_t>(data[at + 3]) << 24;
-}
+std::uint32_t U32(std::span<const std::uint8_t, 88> data, std::size_t at) { return platform::ReadLe32(data, at); }
 
 // Window and icon handles are 32-bit values sign-extended on 64-bit Windows.
 template <typename H> H Handle32(std::uint32_t value) {
@@ -86,11 +85,9 @@ std::uintptr_t Shell::SHGetFileInfoA(platform::Pidl pidl, std::uint32_t attribut
     std::fill(info.begin(), info.end(), std::uint8_t{0});
     const auto icon = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(found.hIcon));
     const auto index = static_cast<std::uint32_t>(found.iIcon);
-    for (int i = 0; i < 4; ++i) {
-        info[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(icon >> (8 * i));
-        info[static_cast<std::size_t>(4 + i)] = static_cast<std::uint8_t>(index >> (8 * i));
-        info[static_cast<std::size_t>(8 + i)] = static_cast<std::uint8_t>(found.dwAttributes >> (8 * i));
-    }
+    platform::WriteLe32(info, 0, icon);
+    platform::WriteLe32(info, 4, index);
+    platform::WriteLe32(info, 8, static_cast<std::uint32_t>(found.dwAttributes));
     std::memcpy(info.data() + 12, found.szDisplayName, sizeof found.szDisplayName);
     std::memcpy(info.data() + 272, found.szTypeName, sizeof found.szTypeName);
     info[271] = 0;
@@ -159,13 +156,11 @@ std::optional<platform::ScriptingDrive> Describe(char letter) {
     return d;
 }
 
-char Upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
-
 } // namespace
 
 std::optional<platform::ScriptingDrive> FileSystemObject::GetDrive(const std::string& root) {
     if (root.empty()) return std::nullopt;
-    const char letter = Upper(root[0]);
+    const char letter = vb::UpperChar(root[0]);
     if (letter < 'A' || letter > 'Z') return std::nullopt;
     if (root.size() > 1 && root[1] != ':') return std::nullopt;
     return Describe(letter);

@@ -4,18 +4,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/bytes.h"
 #include "platform/win32/backend.h"
 
 namespace win32 {
 
 namespace {
-
-void PutLe(std::span<std::uint8_t, 8> out, ULONGLONG value) {
-    for (auto& b : out) {
-        b = static_cast<std::uint8_t>(value & 0xFF);
-        value >>= 8;
-    }
-}
 
 void ToFindData(const WIN32_FIND_DATAA& in, platform::FindData& out) {
     out.dwFileAttributes = in.dwFileAttributes;
@@ -39,9 +33,9 @@ bool Volumes::GetDiskFreeSpaceExA(const std::string& directory, std::span<std::u
                                   std::span<std::uint8_t, 8> totalBytes, std::span<std::uint8_t, 8> totalFreeBytes) {
     ULARGE_INTEGER available{}, total{}, free{};
     if (!::GetDiskFreeSpaceExA(directory.c_str(), &available, &total, &free)) return false;
-    PutLe(freeBytesAvailable, available.QuadPart);
-    PutLe(totalBytes, total.QuadPart);
-    PutLe(totalFreeBytes, free.QuadPart);
+    platform::WriteLe<std::uint64_t>(freeBytesAvailable, 0, available.QuadPart);
+    platform::WriteLe<std::uint64_t>(totalBytes, 0, total.QuadPart);
+    platform::WriteLe<std::uint64_t>(totalFreeBytes, 0, free.QuadPart);
     return true;
 }
 

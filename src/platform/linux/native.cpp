@@ -1,4 +1,5 @@
 #include "platform/linux/handles.h"
+#include "platform/portable/native_records.h"
 
 #include <algorithm>
 #include <charconv>
@@ -23,13 +24,8 @@ namespace {
 using platform::Handle;
 using platform::NtStatus;
 
-constexpr NtStatus kStatusInvalidInfoClass = static_cast<NtStatus>(0xC0000003u);
-constexpr std::uint32_t kStillActive = 259;
-
-template <typename T> void Put(std::span<std::uint8_t> out, std::size_t offset, T value) {
-    for (std::size_t i = 0; i < sizeof(T); ++i)
-        out[offset + i] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> (8 * i));
-}
+using portable::kStatusInvalidInfoClass;
+using portable::kStillActive;
 
 bool IsNumber(const char* text, long& value) {
     const char* end = text + std::strlen(text);
@@ -145,21 +141,14 @@ NtStatus LinuxHandles::NtQuerySystemInformation(std::uint32_t systemInformationC
         pendingSince_ = now;
     }
     const std::vector<Row>& rows = *pending_;
-    const std::size_t need = t::Size(rows.size());
-    returnLength = static_cast<std::uint32_t>(std::min<std::size_t>(need, 0xFFFFFFFFu));
-    if (buffer.size() < need) return platform::kStatusInfoLengthMismatch;
-    Put(buffer, t::kCount, static_cast<std::uint32_t>(rows.size()));
-    std::size_t at = t::kEntries;
-    for (const Row& r : rows) {
-        const auto entry = buffer.subspan(at, t::kEntrySize);
-        std::fill(entry.begin(), entry.end(), std::uint8_t{0});
-        Put(entry, t::kUniqueProcessId, static_cast<std::uint16_t>(r.pid & 0xFFFF));
-        Put(entry, t::kObjectTypeIndex, r.type);
-        Put(entry, t::kHandleValue, r.handle);
-        at += t::kEntrySize;
-    }
-    pending_.reset();
-    return platform::kStatusSuccess;
+    const NtStatus status = portable::WriteHandleTable(
+        buffer, rows.size(),
+        [&](auto emit) {
+            for (const Row& r : rows) emit(portable::HandleRow{r.pid, r.type, r.handle});
+        },
+        returnLength);
+    if (status == platform::kStatusSuccess) pending_.reset();
+    return status;
 }
 
 NtStatus LinuxHandles::NtOpenProcess(Handle& processHandle, std::uint32_t, const platform::ClientId& clientId) {
@@ -240,18 +229,7 @@ NtStatus LinuxHandles::NtQueryObject(Handle handle, std::uint32_t objectInformat
     if (handle < 0 || handle > 0x7FFFFFFF || ::fcntl(static_cast<int>(handle), F_GETFD) < 0)
         return platform::kStatusInvalidHandle;
     if (objectInformationClass != platform::kObjectNameInformation) return kStatusInvalidInfoClass;
-    const std::u16string name = Utf8ToUtf16(DeviceFormName(static_cast<int>(handle)));
-    const std::size_t bytes = name.size() * 2;
-    const std::size_t need = platform::kObjectNameText + bytes + 2;
-    returnLength = static_cast<std::uint32_t>(need);
-    if (buffer.size() < need || bytes + 2 > 0xFFFF) return platform::kStatusInfoLengthMismatch;
-    Put(buffer, 0, static_cast<std::uint16_t>(bytes));
-    Put(buffer, 2, static_cast<std::uint16_t>(bytes + 2));
-    Put(buffer, 8, reinterpret_cast<std::uintptr_t>(buffer.data() + platform::kObjectNameText));
-    for (std::size_t i = 0; i < name.size(); ++i)
-        Put(buffer, platform::kObjectNameText + 2 * i, static_cast<std::uint16_t>(name[i]));
-    Put(buffer, platform::kObjectNameText + bytes, std::uint16_t{0});
-    return platform::kStatusSuccess;
+    return portable::WriteObjectName(buffer, DeviceFormName(static_cast<int>(handle)), returnLength);
 }
 
 NtStatus LinuxHandles::NtClose(Handle handle) {

@@ -1,4 +1,5 @@
 #include "platform/fake/handles.h"
+#include "platform/portable/native_records.h"
 
 #include "platform/fake/json_numbers.h"
 
@@ -20,8 +21,8 @@ namespace {
 using platform::Handle;
 using platform::NtStatus;
 
-constexpr NtStatus kStatusInvalidInfoClass = static_cast<NtStatus>(0xC0000003u);
-constexpr std::uint32_t kStillActive = 259;
+using portable::kStatusInvalidInfoClass;
+using portable::kStillActive;
 
 std::string Hex(std::uint32_t value) {
     static const char digits[] = "0123456789ABCDEF";
@@ -31,12 +32,6 @@ std::string Hex(std::uint32_t value) {
 }
 
 std::string Status(NtStatus status) { return Hex(static_cast<std::uint32_t>(status)); }
-
-template <typename T> void Put(std::span<std::uint8_t> out, std::size_t offset, T value) {
-    for (std::size_t i = 0; i < sizeof(T); ++i) {
-        out[offset + i] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> (8 * i));
-    }
-}
 
 template <typename T> T Num(const nlohmann::json& j, const char* key, T fallback, std::uint64_t max) {
     if (!j.contains(key)) return fallback;
@@ -186,24 +181,19 @@ NtStatus NativeHandles::NtQuerySystemInformation(std::uint32_t systemInformation
     if (systemInformationClass != platform::kSystemHandleInformation) {
         status = kStatusInvalidInfoClass;
     } else if (status >= 0) {
-        const std::size_t need = t::Size(open_);
-        returnLength = static_cast<std::uint32_t>(need);
-        if (buffer.size() < need) {
-            status = platform::kStatusInfoLengthMismatch;
-        } else {
-            Put(buffer, t::kCount, static_cast<std::uint32_t>(open_));
-            std::size_t at = t::kEntries;
-            for (const Slot& s : entries_) {
-                if (!s.open) continue;
-                const auto entry = buffer.subspan(at, t::kEntrySize);
-                std::fill(entry.begin(), entry.end(), std::uint8_t{0});
-                Put(entry, t::kUniqueProcessId, static_cast<std::uint16_t>(s.entry.processId & 0xFFFF));
-                Put(entry, t::kObjectTypeIndex, s.entry.typeIndex ? s.entry.typeIndex : fileTypeIndex_);
-                Put(entry, t::kHandleValue, s.entry.handle);
-                Put(entry, t::kObject, 0xFFFF800000000000ull + 0x40ull * static_cast<std::uint64_t>(at));
-                at += t::kEntrySize;
-            }
-        }
+        // Every object has a kernel address of its own, derived from its place in the table.
+        status = portable::WriteHandleTable(
+            buffer, open_,
+            [&](auto emit) {
+                std::size_t at = t::kEntries;
+                for (const Slot& s : entries_) {
+                    if (!s.open) continue;
+                    emit(portable::HandleRow{s.entry.processId, s.entry.typeIndex ? s.entry.typeIndex : fileTypeIndex_,
+                                             s.entry.handle, 0xFFFF800000000000ull + 0x40ull * at});
+                    at += t::kEntrySize;
+                }
+            },
+            returnLength);
     }
     record("NtQuerySystemInformation", {std::to_string(systemInformationClass), std::to_string(buffer.size())},
            Status(status));
@@ -270,20 +260,7 @@ NtStatus NativeHandles::NtQueryObject(Handle handle, std::uint32_t objectInforma
     } else if (objectInformationClass != platform::kObjectNameInformation) {
         status = kStatusInvalidInfoClass;
     } else {
-        const std::u16string name = portable::Utf8ToUtf16(slot->entry.name);
-        const std::size_t bytes = name.size() * 2;
-        const std::size_t need = platform::kObjectNameText + bytes + 2;
-        returnLength = static_cast<std::uint32_t>(need);
-        if (buffer.size() < need || bytes + 2 > 0xFFFF) {
-            status = platform::kStatusInfoLengthMismatch;
-        } else {
-            Put(buffer, 0, static_cast<std::uint16_t>(bytes));
-            Put(buffer, 2, static_cast<std::uint16_t>(bytes + 2));
-            Put(buffer, 8, reinterpret_cast<std::uintptr_t>(buffer.data() + platform::kObjectNameText));
-            for (std::size_t i = 0; i < name.size(); ++i)
-                Put(buffer, platform::kObjectNameText + 2 * i, static_cast<std::uint16_t>(name[i]));
-            Put(buffer, platform::kObjectNameText + bytes, std::uint16_t{0});
-        }
+        status = portable::WriteObjectName(buffer, slot->entry.name, returnLength);
     }
     record("NtQueryObject", {std::to_string(handle), std::to_string(objectInformationClass)},
            status >= 0 ? Quote(slot->entry.name) : Status(status));
