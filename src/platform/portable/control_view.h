@@ -4,6 +4,7 @@
 // beside the states and shows what changes; the states themselves change here
 // only, and a change to the same value is no change.
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "core/view.h"
@@ -29,6 +30,12 @@ public:
     void SetTop(app::Ctl control, double twips) override { setBound(control, Edge::Top, twips); }
     void SetWidth(app::Ctl control, double twips) override { setBound(control, Edge::Width, twips); }
     void SetHeight(app::Ctl control, double twips) override { setBound(control, Edge::Height, twips); }
+
+    // A report-view item's text is its sub-item 0.
+    bool SetItemText(app::Ctl list, int item, const std::string& text) override {
+        return SetSubItem(list, item, 0, text);
+    }
+    std::string ItemText(app::Ctl list, int item) const override { return SubItem(list, item, 0); }
 
     std::int32_t ItemData(app::Ctl list, int index) const override { return state(list).ItemData(index); }
     bool SetItemData(app::Ctl list, int index, std::int32_t data) override {

@@ -67,8 +67,6 @@ public:
     void ClearItems(app::Ctl list) override;
     int AddItem(app::Ctl list, const std::string& text) override;
     int ItemCount(app::Ctl list) const override;
-    bool SetItemText(app::Ctl list, int item, const std::string& text) override;
-    std::string ItemText(app::Ctl list, int item) const override;
     bool SetSubItem(app::Ctl list, int item, int sub, const std::string& text) override;
     std::string SubItem(app::Ctl list, int item, int sub) const override;
     bool SetItemSelected(app::Ctl list, int item, bool selected) override;

@@ -210,10 +210,6 @@ QTreeWidgetItem* ItemAt(QTreeWidget* tree, int item) {
 }
 } // namespace
 
-bool QtWindow::SetItemText(Ctl list, int item, const std::string& text) { return SetSubItem(list, item, 0, text); }
-
-std::string QtWindow::ItemText(Ctl list, int item) const { return SubItem(list, item, 0); }
-
 bool QtWindow::SetSubItem(Ctl list, int item, int sub, const std::string& text) {
     QTreeWidgetItem* row = ItemAt(impl_->as<QTreeWidget>(list), item);
     if (row == nullptr || sub < 0) return false;

@@ -16,6 +16,9 @@
 
 namespace win32 {
 
+using app::Ctl;
+using app::Kind;
+
 inline constexpr const char* kMainClass = "KestrineMain";
 inline constexpr const char* kFrameClass = "KestrineFrame";
 inline constexpr const char* kPictureClass = "KestrinePicture";
@@ -28,7 +31,7 @@ inline constexpr int kFrameEdgeTop = 6; // the etched edge of a frame starts thi
 int SystemDpi();
 inline COLORREF ToColorRef(app::Rgb c) { return RGB(c.r, c.g, c.b); }
 // The colour a control takes from the table, directly or from its containers.
-inline COLORREF BackColorOf(app::Ctl c) { return ToColorRef(portable::BackColorOf(c)); }
+inline COLORREF BackColorOf(Ctl c) { return ToColorRef(portable::BackColorOf(c)); }
 // Fonts by face, size and weight, and solid brushes, created once and kept for the process.
 HFONT FontFor(const app::Font& font);
 HBRUSH BrushFor(COLORREF colour);
@@ -80,55 +83,53 @@ public:
 
     // NativeWindow
     void Show() override;
-    platform::WindowHandle ControlWindow(app::Ctl c) const override { return FromHwnd(at(c).hwnd); }
+    platform::WindowHandle ControlWindow(Ctl c) const override { return FromHwnd(at(c).hwnd); }
 
     // View
     void SetEvents(app::ViewEvents* events) override { events_ = events; }
     platform::WindowHandle hWnd() const override { return FromHwnd(main_); }
-    platform::WindowHandle ControlHandle(app::Ctl c) const override {
-        return app::Spec(c).kind == app::Kind::ListView ? FromHwnd(at(c).hwnd) : 0;
+    platform::WindowHandle ControlHandle(Ctl c) const override {
+        return app::Spec(c).kind == Kind::ListView ? FromHwnd(at(c).hwnd) : 0;
     }
-    std::string Text(app::Ctl c) const override;
-    void SetText(app::Ctl c, const std::string& text) override;
-    double ScaleWidth(app::Ctl c) const override;
-    double ScaleHeight(app::Ctl c) const override;
+    std::string Text(Ctl c) const override;
+    void SetText(Ctl c, const std::string& text) override;
+    double ScaleWidth(Ctl c) const override;
+    double ScaleHeight(Ctl c) const override;
     int WindowState() const override;
     void SetWindowState(int state) override;
 
-    void AddColumn(app::Ctl list, const std::string& caption, int widthTwips) override;
-    int ColumnCount(app::Ctl list) const override;
-    void ClearItems(app::Ctl list) override;
-    int AddItem(app::Ctl list, const std::string& text) override;
-    int ItemCount(app::Ctl list) const override;
-    bool SetItemText(app::Ctl list, int item, const std::string& text) override;
-    std::string ItemText(app::Ctl list, int item) const override { return SubItem(list, item, 0); }
-    bool SetSubItem(app::Ctl list, int item, int sub, const std::string& text) override;
-    std::string SubItem(app::Ctl list, int item, int sub) const override;
-    bool SetItemSelected(app::Ctl list, int item, bool selected) override;
-    bool ItemSelected(app::Ctl list, int item) const override;
-    int SelectedItem(app::Ctl list) const override;
-    bool SetSelectedItem(app::Ctl list, int item) override;
+    void AddColumn(Ctl list, const std::string& caption, int widthTwips) override;
+    int ColumnCount(Ctl list) const override;
+    void ClearItems(Ctl list) override;
+    int AddItem(Ctl list, const std::string& text) override;
+    int ItemCount(Ctl list) const override;
+    bool SetSubItem(Ctl list, int item, int sub, const std::string& text) override;
+    std::string SubItem(Ctl list, int item, int sub) const override;
+    bool SetItemSelected(Ctl list, int item, bool selected) override;
+    bool ItemSelected(Ctl list, int item) const override;
+    int SelectedItem(Ctl list) const override;
+    bool SetSelectedItem(Ctl list, int item) override;
 
     // List and combo boxes keep their entries' data themselves.
-    void AddListItem(app::Ctl list, const std::string& text) override;
-    void ClearList(app::Ctl list) override;
-    int ListCount(app::Ctl list) const override;
-    std::string List(app::Ctl list, int index) const override;
-    int ListIndex(app::Ctl list) const override;
-    bool SetListIndex(app::Ctl list, int index) override;
-    std::int32_t ItemData(app::Ctl list, int index) const override;
-    bool SetItemData(app::Ctl list, int index, std::int32_t data) override;
+    void AddListItem(Ctl list, const std::string& text) override;
+    void ClearList(Ctl list) override;
+    int ListCount(Ctl list) const override;
+    std::string List(Ctl list, int index) const override;
+    int ListIndex(Ctl list) const override;
+    bool SetListIndex(Ctl list, int index) override;
+    std::int32_t ItemData(Ctl list, int index) const override;
+    bool SetItemData(Ctl list, int index, std::int32_t data) override;
 
-    void AppendText(app::Ctl c, const std::string& text) override;
-    int TextLength(app::Ctl c) const override;
-    int SelStart(app::Ctl c) const override;
-    void SetSelStart(app::Ctl c, int start) override;
-    int SelLength(app::Ctl c) const override;
-    void SetSelLength(app::Ctl c, int length) override;
-    void SetFocus(app::Ctl c) override;
-    void Refresh(app::Ctl c) override;
-    void PopupMenu(app::Ctl menu, app::Ctl defaultEntry) override;
-    app::Surface* Picture(app::Ctl c) override { return at(c).surface.get(); }
+    void AppendText(Ctl c, const std::string& text) override;
+    int TextLength(Ctl c) const override;
+    int SelStart(Ctl c) const override;
+    void SetSelStart(Ctl c, int start) override;
+    int SelLength(Ctl c) const override;
+    void SetSelLength(Ctl c, int length) override;
+    void SetFocus(Ctl c) override;
+    void Refresh(Ctl c) override;
+    void PopupMenu(Ctl menu, Ctl defaultEntry) override;
+    app::Surface* Picture(Ctl c) override { return at(c).surface.get(); }
 
     // Window procedures.
     static LRESULT CALLBACK MainProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam);
@@ -140,10 +141,10 @@ public:
 
 protected:
     // The form's rectangle is the main window's on the screen.
-    double bound(app::Ctl c, portable::Edge e) const override;
-    void setBound(app::Ctl c, portable::Edge e, double twips) override;
-    void enabledChanged(app::Ctl c) override;
-    void visibleChanged(app::Ctl c) override;
+    double bound(Ctl c, portable::Edge e) const override;
+    void setBound(Ctl c, portable::Edge e, double twips) override;
+    void enabledChanged(Ctl c) override;
+    void visibleChanged(Ctl c) override;
 
 private:
     // A control's system window and pictures; what the logic set is in its control state.
@@ -154,10 +155,10 @@ private:
         std::unique_ptr<GdiSurface> surface;
     };
 
-    Control& at(app::Ctl c) { return controls_[static_cast<std::size_t>(c)]; }
-    const Control& at(app::Ctl c) const { return controls_[static_cast<std::size_t>(c)]; }
-    HWND parentOf(app::Ctl c) const { return at(app::Spec(c).container).hwnd; }
-    app::Ctl controlOf(HWND hwnd) const;
+    Control& at(Ctl c) { return controls_[static_cast<std::size_t>(c)]; }
+    const Control& at(Ctl c) const { return controls_[static_cast<std::size_t>(c)]; }
+    HWND parentOf(Ctl c) const { return at(app::Spec(c).container).hwnd; }
+    Ctl controlOf(HWND hwnd) const;
     bool live() const { return events_ != nullptr && shown_; }
     RECT outerRect() const;
     RECT clientRect() const;
@@ -166,10 +167,10 @@ private:
     HWND createControl(const app::ControlSpec& spec);
     void dressControl(const app::ControlSpec& spec, HWND hwnd);
     void addToolTip(const app::ControlSpec& spec, HWND hwnd);
-    void place(app::Ctl c);
+    void place(Ctl c);
     void buildMenuBar();
     void keepHiddenBelow();
-    void setMenuText(app::Ctl c);
+    void setMenuText(Ctl c);
     // Messages (native_window_events.cpp). What a container hears from its
     // controls (commands, notifications, colours, owner-drawn buttons); false
     // for any other message.
@@ -182,11 +183,11 @@ private:
     void paintPicture(HWND box);
     void paintImage(HWND image);
     bool onMnemonic(char key);
-    static int itemIndex(app::Ctl, int item) { return item - 1; }
-    bool validItem(app::Ctl list, int item) const { return item >= 1 && item <= ItemCount(list); }
-    bool isCombo(app::Ctl c) const {
-        const app::Kind k = app::Spec(c).kind;
-        return k == app::Kind::ComboBox || k == app::Kind::DriveListBox;
+    static int itemIndex(Ctl, int item) { return item - 1; }
+    bool validItem(Ctl list, int item) const { return item >= 1 && item <= ItemCount(list); }
+    bool isCombo(Ctl c) const {
+        const Kind k = app::Spec(c).kind;
+        return k == Kind::ComboBox || k == Kind::DriveListBox;
     }
 
     WindowSystem& windows_;

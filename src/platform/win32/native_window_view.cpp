@@ -226,8 +226,6 @@ int Window::AddItem(Ctl list, const std::string& text) {
 
 int Window::ItemCount(Ctl list) const { return ListView_GetItemCount(at(list).hwnd); }
 
-bool Window::SetItemText(Ctl list, int item, const std::string& text) { return SetSubItem(list, item, 0, text); }
-
 bool Window::SetSubItem(Ctl list, int item, int sub, const std::string& text) {
     if (!validItem(list, item) || sub < 0) return false;
     LVITEMA entry{};
