@@ -7,6 +7,7 @@ namespace fake {
 
 using app::Ctl;
 using app::Kind;
+using portable::Edge;
 
 namespace {
 
@@ -21,51 +22,20 @@ std::string Number(double v) {
 
 bool IsTextBox(Ctl c) { return app::Spec(c).kind == Kind::TextBox; }
 
-// A control's background as a 0x00BBGGRR colour: its own, else its container's.
-std::int32_t BackColorOf(Ctl c) {
-    for (;;) {
-        const auto& spec = app::Spec(c);
-        if (spec.backColor) return spec.backColor->r | spec.backColor->g << 8 | spec.backColor->b << 16;
-        if (c == Ctl::frmMain || spec.container == c) break;
-        c = spec.container;
-    }
-    return app::kWindowColor.r | app::kWindowColor.g << 8 | app::kWindowColor.b << 16;
-}
-
-// A control's font size, else its container's.
-double FontSizeOf(Ctl c) {
-    for (;;) {
-        const auto& spec = app::Spec(c);
-        if (spec.font.size > 0) return spec.font.size;
-        if (c == Ctl::frmMain || spec.container == c) return 8;
-        c = spec.container;
-    }
-}
-
 // The three-dimensional border of a picture box takes two pixels on every side.
 constexpr double kBorderTwips = 2.0 * app::kTwipsPerPixel;
 
 } // namespace
 
-HeadlessView::HeadlessView(platform::WindowHandle handle) : handle_(handle), states_(app::kControlCount) {
-    for (const auto& spec : app::FormTable()) {
-        State& s = at(spec.id);
-        s.text = std::string(spec.caption);
-        s.enabled = spec.enabled;
-        s.visible = spec.visible;
-        s.left = spec.left;
-        s.top = spec.top;
-        s.width = spec.width;
-        s.height = spec.height;
-    }
+HeadlessView::HeadlessView(platform::WindowHandle handle) : handle_(handle), lists_(app::kControlCount) {
     canvases_.resize(app::kControlCount);
     for (const auto& spec : app::FormTable()) {
         if (spec.kind != Kind::PictureBox) continue;
         const double inset = spec.border ? 2 * kBorderTwips : 0;
         Canvas& canvas = canvases_[static_cast<std::size_t>(spec.id)];
-        canvas.surface = std::make_unique<RasterSurface>(static_cast<float>(spec.width - inset),
-                                                         static_cast<float>(spec.height - inset), BackColorOf(spec.id),
-                                                         FontSizeOf(spec.id));
+        canvas.surface = std::make_unique<RasterSurface>(
+            static_cast<float>(spec.width - inset), static_cast<float>(spec.height - inset),
+            portable::Bgr(portable::BackColorOf(spec.id)), portable::FontOf(spec.id).size);
         canvas.shownPixels = canvas.surface->Pixels();
         canvas.surface->OnPaint([&canvas] { canvas.pending = true; });
     }
@@ -109,31 +79,26 @@ void HeadlessView::notifyRows(Ctl list) {
 }
 
 std::string HeadlessView::Text(Ctl control) const {
-    const State& s = at(control);
-    if (app::Spec(control).kind == Kind::ComboBox) {
-        if (s.listIndex < 0 || s.listIndex >= static_cast<int>(s.entries.size())) return {};
-        return s.entries[static_cast<std::size_t>(s.listIndex)];
-    }
-    return s.text;
+    if (app::Spec(control).kind == Kind::ComboBox) return List(control, ListIndex(control));
+    return state(control).text;
 }
 
 void HeadlessView::SetText(Ctl control, const std::string& text) {
-    State& s = at(control);
+    portable::ControlState& s = state(control);
     if (s.text == text) return;
     s.text = text;
     const bool textBox = IsTextBox(control);
     notify(control, textBox ? "text" : "caption", text);
     if (textBox) {
         s.dataChanged = true;
-        if (s.selStart > static_cast<int>(text.size())) s.selStart = static_cast<int>(text.size());
-        s.selLength = 0;
+        s.TextReplaced(static_cast<int>(text.size()));
         if (events_) events_->Change(control);
     }
 }
 
 void HeadlessView::AppendText(Ctl control, const std::string& text) {
     if (text.empty()) return;
-    State& s = at(control);
+    portable::ControlState& s = state(control);
     s.text += text;
     notify(control, "appended", text);
     if (IsTextBox(control)) {
@@ -142,58 +107,32 @@ void HeadlessView::AppendText(Ctl control, const std::string& text) {
     }
 }
 
-void HeadlessView::SetEnabled(Ctl control, bool enabled) {
-    State& s = at(control);
-    if (s.enabled == enabled) return;
-    s.enabled = enabled;
-    notify(control, "enabled", enabled ? "true" : "false");
+void HeadlessView::enabledChanged(Ctl control) {
+    notify(control, "enabled", state(control).enabled ? "true" : "false");
 }
 
-void HeadlessView::SetVisible(Ctl control, bool visible) {
-    State& s = at(control);
-    if (s.visible == visible) return;
-    s.visible = visible;
-    notify(control, "visible", visible ? "true" : "false");
+void HeadlessView::visibleChanged(Ctl control) {
+    notify(control, "visible", state(control).visible ? "true" : "false");
 }
 
-void HeadlessView::SetLeft(Ctl control, double twips) {
-    State& s = at(control);
-    if (s.left == twips) return;
-    s.left = twips;
-    notify(control, "left", Number(twips));
-}
-
-void HeadlessView::SetTop(Ctl control, double twips) {
-    State& s = at(control);
-    if (s.top == twips) return;
-    s.top = twips;
-    notify(control, "top", Number(twips));
-}
-
-void HeadlessView::SetWidth(Ctl control, double twips) {
-    State& s = at(control);
-    if (s.width == twips) return;
-    s.width = twips;
-    notify(control, "width", Number(twips));
-    if (control == Ctl::frmMain && events_) events_->Resize();
-}
-
-void HeadlessView::SetHeight(Ctl control, double twips) {
-    State& s = at(control);
-    if (s.height == twips) return;
-    s.height = twips;
-    notify(control, "height", Number(twips));
-    if (control == Ctl::frmMain && events_) events_->Resize();
+void HeadlessView::setBound(Ctl control, Edge e, double twips) {
+    static constexpr const char* kNames[] = {"left", "top", "width", "height"};
+    double& value = edge(state(control), e);
+    if (value == twips) return;
+    value = twips;
+    notify(control, kNames[static_cast<int>(e)], Number(twips));
+    // The window's size is the user's to change: the logic hears of it.
+    if (control == Ctl::frmMain && (e == Edge::Width || e == Edge::Height) && events_) events_->Resize();
 }
 
 double HeadlessView::ScaleWidth(Ctl control) const {
-    if (control == Ctl::frmMain) return at(control).width - (app::kFormWidth - app::kClientWidth);
-    return at(control).width;
+    if (control == Ctl::frmMain) return state(control).width - (app::kFormWidth - app::kClientWidth);
+    return state(control).width;
 }
 
 double HeadlessView::ScaleHeight(Ctl control) const {
-    if (control == Ctl::frmMain) return at(control).height - (app::kFormHeight - app::kClientHeight);
-    return at(control).height;
+    if (control == Ctl::frmMain) return state(control).height - (app::kFormHeight - app::kClientHeight);
+    return state(control).height;
 }
 
 void HeadlessView::SetWindowState(int state) {
@@ -209,14 +148,14 @@ void HeadlessView::AddColumn(Ctl list, const std::string& caption, int widthTwip
 }
 
 void HeadlessView::ClearItems(Ctl list) {
-    State& s = at(list);
+    Lists& s = at(list);
     s.items.clear();
     s.selectedItem = 0;
     notifyRows(list);
 }
 
 int HeadlessView::AddItem(Ctl list, const std::string& text) {
-    State& s = at(list);
+    Lists& s = at(list);
     s.items.push_back(Item{text, {}, false});
     return static_cast<int>(s.items.size());
 }
@@ -249,7 +188,7 @@ std::string HeadlessView::SubItem(Ctl list, int item, int sub) const {
 
 bool HeadlessView::SetItemSelected(Ctl list, int item, bool selected) {
     if (!validItem(list, item)) return false;
-    State& s = at(list);
+    Lists& s = at(list);
     auto& it = s.items[static_cast<std::size_t>(item - 1)];
     if (it.selected == selected) return true;
     it.selected = selected;
@@ -268,7 +207,7 @@ bool HeadlessView::ItemSelected(Ctl list, int item) const {
 
 bool HeadlessView::SetSelectedItem(Ctl list, int item) {
     if (!validItem(list, item)) return false;
-    State& s = at(list);
+    Lists& s = at(list);
     for (int i = 1; i <= ItemCount(list); ++i)
         if (i != item) SetItemSelected(list, i, false);
     SetItemSelected(list, item, true);
@@ -277,28 +216,27 @@ bool HeadlessView::SetSelectedItem(Ctl list, int item) {
 }
 
 void HeadlessView::AddListItem(Ctl list, const std::string& text) {
-    State& s = at(list);
-    s.entries.push_back(text);
-    s.itemData.push_back(0);
+    at(list).entries.push_back(text);
+    state(list).itemData.push_back(0);
     notify(list, "added", text);
 }
 
 void HeadlessView::ClearList(Ctl list) {
-    State& s = at(list);
+    Lists& s = at(list);
     s.entries.clear();
-    s.itemData.clear();
+    state(list).itemData.clear();
     s.listIndex = -1;
     notify(list, "cleared", "");
 }
 
 std::string HeadlessView::List(Ctl list, int index) const {
-    const State& s = at(list);
+    const Lists& s = at(list);
     if (index < 0 || index >= static_cast<int>(s.entries.size())) return {};
     return s.entries[static_cast<std::size_t>(index)];
 }
 
 bool HeadlessView::SetListIndex(Ctl list, int index) {
-    State& s = at(list);
+    Lists& s = at(list);
     if (index < -1 || index >= static_cast<int>(s.entries.size())) return false;
     s.listIndex = index;
     notify(list, "listIndex", std::to_string(index));
@@ -306,32 +244,9 @@ bool HeadlessView::SetListIndex(Ctl list, int index) {
     return true;
 }
 
-std::int32_t HeadlessView::ItemData(Ctl list, int index) const {
-    const State& s = at(list);
-    if (index < 0 || index >= static_cast<int>(s.itemData.size())) return 0;
-    return s.itemData[static_cast<std::size_t>(index)];
-}
+void HeadlessView::SetSelStart(Ctl control, int start) { state(control).SetSelStart(start, TextLength(control)); }
 
-bool HeadlessView::SetItemData(Ctl list, int index, std::int32_t data) {
-    State& s = at(list);
-    if (index < 0 || index >= static_cast<int>(s.itemData.size())) return false;
-    s.itemData[static_cast<std::size_t>(index)] = data;
-    return true;
-}
-
-void HeadlessView::SetSelStart(Ctl control, int start) {
-    State& s = at(control);
-    const int len = static_cast<int>(s.text.size());
-    s.selStart = start < 0 ? 0 : (start > len ? len : start);
-    if (s.selStart + s.selLength > len) s.selLength = len - s.selStart;
-}
-
-void HeadlessView::SetSelLength(Ctl control, int length) {
-    State& s = at(control);
-    const int len = static_cast<int>(s.text.size());
-    s.selLength = length < 0 ? 0 : length;
-    if (s.selStart + s.selLength > len) s.selLength = len - s.selStart;
-}
+void HeadlessView::SetSelLength(Ctl control, int length) { state(control).SetSelLength(length, TextLength(control)); }
 
 void HeadlessView::SetFocus(Ctl control) { focus_ = control; }
 
@@ -359,7 +274,7 @@ std::vector<std::string> HeadlessView::Rows(Ctl list) const {
 // --- the user's actions ---
 
 void HeadlessView::UserClick(Ctl control) {
-    if (!at(control).enabled) return;
+    if (!state(control).enabled) return;
     if (events_) events_->Click(control);
 }
 
@@ -382,7 +297,7 @@ void HeadlessView::UserMouseUp(Ctl control, std::int16_t button, std::int16_t sh
 void HeadlessView::UserType(Ctl control, const std::string& text) {
     focus_ = control;
     SetText(control, text);
-    at(control).selStart = static_cast<int>(text.size());
+    state(control).selStart = static_cast<int>(text.size());
 }
 
 void HeadlessView::UserLeave(Ctl control) {

@@ -10,6 +10,7 @@
 
 #include "core/view.h"
 #include "platform/fake/raster_surface.h"
+#include "platform/portable/control_view.h"
 
 namespace fake {
 
@@ -19,7 +20,7 @@ struct ViewChange {
     std::string value;
 };
 
-class HeadlessView : public app::View {
+class HeadlessView : public portable::ControlView {
 public:
     explicit HeadlessView(platform::WindowHandle handle = 0x10010);
     HeadlessView(const HeadlessView&) = delete;
@@ -62,18 +63,6 @@ public:
     }
     std::string Text(app::Ctl control) const override;
     void SetText(app::Ctl control, const std::string& text) override;
-    bool Enabled(app::Ctl control) const override { return at(control).enabled; }
-    void SetEnabled(app::Ctl control, bool enabled) override;
-    bool Visible(app::Ctl control) const override { return at(control).visible; }
-    void SetVisible(app::Ctl control, bool visible) override;
-    double Left(app::Ctl control) const override { return at(control).left; }
-    double Top(app::Ctl control) const override { return at(control).top; }
-    double Width(app::Ctl control) const override { return at(control).width; }
-    double Height(app::Ctl control) const override { return at(control).height; }
-    void SetLeft(app::Ctl control, double twips) override;
-    void SetTop(app::Ctl control, double twips) override;
-    void SetWidth(app::Ctl control, double twips) override;
-    void SetHeight(app::Ctl control, double twips) override;
     double ScaleWidth(app::Ctl control) const override;
     double ScaleHeight(app::Ctl control) const override;
     int WindowState() const override { return windowState_; }
@@ -99,16 +88,12 @@ public:
     std::string List(app::Ctl list, int index) const override;
     int ListIndex(app::Ctl list) const override { return at(list).listIndex; }
     bool SetListIndex(app::Ctl list, int index) override;
-    std::int32_t ItemData(app::Ctl list, int index) const override;
-    bool SetItemData(app::Ctl list, int index, std::int32_t data) override;
 
     void AppendText(app::Ctl control, const std::string& text) override;
-    int TextLength(app::Ctl control) const override { return static_cast<int>(at(control).text.size()); }
-    bool DataChanged(app::Ctl control) const override { return at(control).dataChanged; }
-    void SetDataChanged(app::Ctl control, bool changed) override { at(control).dataChanged = changed; }
-    int SelStart(app::Ctl control) const override { return at(control).selStart; }
+    int TextLength(app::Ctl control) const override { return static_cast<int>(state(control).text.size()); }
+    int SelStart(app::Ctl control) const override { return state(control).selStart; }
     void SetSelStart(app::Ctl control, int start) override;
-    int SelLength(app::Ctl control) const override { return at(control).selLength; }
+    int SelLength(app::Ctl control) const override { return state(control).selLength; }
     void SetSelLength(app::Ctl control, int length) override;
     void SetFocus(app::Ctl control) override;
     void PopupMenu(app::Ctl menu, app::Ctl defaultEntry) override;
@@ -131,6 +116,11 @@ public:
     app::Surface* Picture(app::Ctl control) override { return Raster(control); }
     void Repaint();
 
+protected:
+    void setBound(app::Ctl c, portable::Edge e, double twips) override;
+    void enabledChanged(app::Ctl c) override;
+    void visibleChanged(app::Ctl c) override;
+
 private:
     struct Item {
         std::string text;
@@ -141,19 +131,14 @@ private:
         std::string caption;
         int width = 0;
     };
-    struct State {
-        std::string text;
-        bool enabled = true;
-        bool visible = true;
-        double left = 0, top = 0, width = 0, height = 0;
+    // What a list holds beside its control state: a report view's columns
+    // and rows, a list or combo box's entries (their data is in the state).
+    struct Lists {
         std::vector<Column> columns;
         std::vector<Item> items;
         int selectedItem = 0;
         std::vector<std::string> entries;
-        std::vector<std::int32_t> itemData;
         int listIndex = -1;
-        bool dataChanged = false;
-        int selStart = 0, selLength = 0;
     };
 
     struct Canvas {
@@ -163,15 +148,15 @@ private:
         std::vector<PrintedText> shownTexts;
     };
 
-    State& at(app::Ctl control) { return states_[static_cast<std::size_t>(control)]; }
-    const State& at(app::Ctl control) const { return states_[static_cast<std::size_t>(control)]; }
+    Lists& at(app::Ctl control) { return lists_[static_cast<std::size_t>(control)]; }
+    const Lists& at(app::Ctl control) const { return lists_[static_cast<std::size_t>(control)]; }
     void notify(app::Ctl control, std::string property, std::string value);
     void notifyNow(app::Ctl control, std::string property, std::string value);
     void notifyRows(app::Ctl list);
     bool validItem(app::Ctl list, int item) const { return item >= 1 && item <= ItemCount(list); }
 
     platform::WindowHandle handle_;
-    std::vector<State> states_;
+    std::vector<Lists> lists_;
     std::vector<Canvas> canvases_;
     app::ViewEvents* events_ = nullptr;
     std::function<void(const ViewChange&)> observer_;

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "core/view.h"
+#include "platform/portable/control_view.h"
 
 class QWidget;
 class QAction;
@@ -17,7 +17,7 @@ class QImage;
 
 namespace qtui {
 
-class QtWindow : public app::View {
+class QtWindow : public portable::ControlView {
 public:
     explicit QtWindow(platform::WindowHandle handle = 0x10010);
     ~QtWindow() override;
@@ -57,18 +57,6 @@ public:
     platform::WindowHandle ControlHandle(app::Ctl control) const override;
     std::string Text(app::Ctl control) const override;
     void SetText(app::Ctl control, const std::string& text) override;
-    bool Enabled(app::Ctl control) const override;
-    void SetEnabled(app::Ctl control, bool enabled) override;
-    bool Visible(app::Ctl control) const override;
-    void SetVisible(app::Ctl control, bool visible) override;
-    double Left(app::Ctl control) const override;
-    double Top(app::Ctl control) const override;
-    double Width(app::Ctl control) const override;
-    double Height(app::Ctl control) const override;
-    void SetLeft(app::Ctl control, double twips) override;
-    void SetTop(app::Ctl control, double twips) override;
-    void SetWidth(app::Ctl control, double twips) override;
-    void SetHeight(app::Ctl control, double twips) override;
     double ScaleWidth(app::Ctl control) const override;
     double ScaleHeight(app::Ctl control) const override;
     int WindowState() const override;
@@ -79,8 +67,6 @@ public:
     void ClearItems(app::Ctl list) override;
     int AddItem(app::Ctl list, const std::string& text) override;
     int ItemCount(app::Ctl list) const override;
-    bool SetItemText(app::Ctl list, int item, const std::string& text) override;
-    std::string ItemText(app::Ctl list, int item) const override;
     bool SetSubItem(app::Ctl list, int item, int sub, const std::string& text) override;
     std::string SubItem(app::Ctl list, int item, int sub) const override;
     bool SetItemSelected(app::Ctl list, int item, bool selected) override;
@@ -94,13 +80,9 @@ public:
     std::string List(app::Ctl list, int index) const override;
     int ListIndex(app::Ctl list) const override;
     bool SetListIndex(app::Ctl list, int index) override;
-    std::int32_t ItemData(app::Ctl list, int index) const override;
-    bool SetItemData(app::Ctl list, int index, std::int32_t data) override;
 
     void AppendText(app::Ctl control, const std::string& text) override;
     int TextLength(app::Ctl control) const override;
-    bool DataChanged(app::Ctl control) const override;
-    void SetDataChanged(app::Ctl control, bool changed) override;
     int SelStart(app::Ctl control) const override;
     void SetSelStart(app::Ctl control, int start) override;
     int SelLength(app::Ctl control) const override;
@@ -111,6 +93,13 @@ public:
     app::Surface* Picture(app::Ctl control) override;
 
     class Impl;
+
+protected:
+    // The form's rectangle is the window's on the screen; its size stays as built.
+    double bound(app::Ctl control, portable::Edge edge) const override;
+    void setBound(app::Ctl control, portable::Edge edge, double twips) override;
+    void enabledChanged(app::Ctl control) override;
+    void visibleChanged(app::Ctl control) override;
 
 private:
     std::unique_ptr<Impl> impl_;

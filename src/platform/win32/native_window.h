@@ -6,12 +6,12 @@
 // size in twips converted with the system's dots per inch.
 #include <memory>
 
-#include "core/view.h"
+#include "platform/portable/control_view.h"
 #include "platform/win32/backend.h"
 
 namespace win32 {
 
-class NativeWindow : public app::View {
+class NativeWindow : public portable::ControlView {
 public:
     // Builds the window and every control, hidden. The hidden application
     // window is kept directly below the main window in the z-order, so that
