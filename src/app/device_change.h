@@ -4,11 +4,8 @@
 // was removed, then passes every message on.
 #include <cstdint>
 
+#include "core/fwd.h"
 #include "platform/types.h"
-
-namespace app {
-struct Program;
-}
 
 namespace notify {
 

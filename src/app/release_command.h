@@ -10,9 +10,7 @@
 // handler too: a request that arrives while a run is under way is refused
 // (it does nothing, as a click on the disabled button does), so two runs
 // never share the work list.
-namespace app {
-class frmMain;
-}
+#include "core/fwd.h"
 
 namespace release {
 

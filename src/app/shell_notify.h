@@ -4,11 +4,8 @@
 // window registers for every report of the whole namespace.
 #include <cstdint>
 
+#include "core/fwd.h"
 #include "platform/types.h"
-
-namespace app {
-struct Program;
-}
 
 namespace notify {
 

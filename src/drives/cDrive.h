@@ -9,11 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "core/fwd.h"
 #include "drives/keyed_list.h"
-
-namespace app {
-struct Program;
-}
 
 namespace drives {
 

@@ -2,13 +2,10 @@
 // The rows of the drive list: the hidden drive list box's entries (one per
 // logical drive) and, for each, the root, label and kind the list shows.
 // The window fills its list from these, and kestrinectl lists the same rows.
+#include "core/fwd.h"
 #include <optional>
 #include <string>
 #include <vector>
-
-namespace platform {
-struct Services;
-}
 
 namespace drives {
 

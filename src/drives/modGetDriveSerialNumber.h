@@ -5,13 +5,7 @@
 #include <string>
 
 #include "core/form_table.h"
-
-namespace app {
-struct Program;
-}
-namespace platform {
-struct Services;
-}
+#include "core/fwd.h"
 
 namespace drives {
 

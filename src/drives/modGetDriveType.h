@@ -7,14 +7,8 @@
 #include <string>
 
 #include "core/form_table.h"
+#include "core/fwd.h"
 #include "platform/types.h"
-
-namespace app {
-struct Program;
-}
-namespace platform {
-struct Services;
-}
 
 namespace drives {
 

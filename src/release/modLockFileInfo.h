@@ -7,12 +7,9 @@
 #include <cstdint>
 #include <string>
 
+#include "core/fwd.h"
 #include "platform/native.h"
 #include "platform/types.h"
-
-namespace platform {
-struct Services;
-}
 
 namespace release {
 

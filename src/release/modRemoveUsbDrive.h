@@ -3,12 +3,9 @@
 // drive letter. The volume's storage device number leads to the disk, CD-ROM
 // or floppy interface with the same number; its parent (for a USB stick, the
 // USB mass-storage device) is asked to eject, a few times if it refuses.
+#include "core/fwd.h"
 #include <cstdint>
 #include <string>
-
-namespace platform {
-struct Services;
-}
 
 namespace release {
 

@@ -3,13 +3,10 @@
 // and kestrinectl both do it: never the system drive, only a drive on a USB
 // bus; the program's own handles on the drive closed, then its device asked
 // to eject.
+#include "core/fwd.h"
 #include <cstdint>
 #include <optional>
 #include <string>
-
-namespace platform {
-struct Services;
-}
 
 namespace release {
 

@@ -4,11 +4,8 @@
 #include <cstdint>
 
 #include "core/form_table.h"
+#include "core/fwd.h"
 #include "platform/types.h"
-
-namespace app {
-struct Program;
-}
 
 namespace ui {
 

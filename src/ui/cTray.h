@@ -10,12 +10,9 @@
 #include <span>
 #include <string>
 
+#include "core/fwd.h"
 #include "platform/types.h"
 #include "platform/win_numbers.h"
-
-namespace app {
-struct Program;
-}
 
 namespace ui {
 
