@@ -1,5 +1,7 @@
 // kestrinectl's command line: the commands, their options and their help.
+#include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/vb.h"
@@ -14,84 +16,90 @@ const std::vector<std::string>& ListColumns() {
     return kColumns;
 }
 
-Parsed ParseArgs(const std::vector<std::string>& args) {
-    Parsed p;
-    Options& o = p.options;
-    static const std::vector<std::string> kCommands = {"list", "release", "who", "watch", "serial", "help"};
-    bool positionalOnly = false;
-    auto columns = [&](const std::string& list) {
-        std::size_t at = 0;
-        while (at <= list.size()) {
-            const std::size_t comma = list.find(',', at);
-            const std::string name =
-                vb::UCase(list.substr(at, comma == std::string::npos ? std::string::npos : comma - at));
-            const auto& known = ListColumns();
-            if (std::find(known.begin(), known.end(), name) == known.end()) {
-                std::string all;
-                for (const auto& k : known) all += (all.empty() ? "" : ",") + k;
-                p.error = "Unknown column \"" + name + "\"; the columns are " + all + ".";
-                return;
-            }
-            o.columns.push_back(name);
-            if (comma == std::string::npos) break;
-            at = comma + 1;
+namespace {
+
+const std::vector<std::string> kCommands = {"list", "release", "who", "watch", "serial", "help"};
+
+// The columns of -o, "ROOT,LABEL,FREE" in any case.
+void ReadColumns(const std::string& list, Parsed& p) {
+    std::size_t at = 0;
+    while (at <= list.size()) {
+        const std::size_t comma = list.find(',', at);
+        const std::string name =
+            vb::UCase(list.substr(at, comma == std::string::npos ? std::string::npos : comma - at));
+        const auto& known = ListColumns();
+        if (std::find(known.begin(), known.end(), name) == known.end()) {
+            std::string all;
+            for (const auto& k : known) all += (all.empty() ? "" : ",") + k;
+            p.error = "Unknown column \"" + name + "\"; the columns are " + all + ".";
+            return;
         }
-    };
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        const bool option = !positionalOnly && a.size() > 1 && a[0] == '-' && a != "-";
-        if (!option) {
-            if (o.command.empty() && !positionalOnly) {
-                if (std::find(kCommands.begin(), kCommands.end(), a) == kCommands.end()) {
-                    p.error = "Unknown command " + a + "; the commands are list, release, who, watch and serial.";
-                } else if (a == "help") {
-                    o.help = true;
-                    o.command = "";
-                    if (i + 1 < args.size()) o.command = args[++i];
-                } else {
-                    o.command = a;
-                }
-            } else {
-                o.roots.push_back(a);
-            }
-        } else if (a == "--") {
-            positionalOnly = true;
-        } else if (a == "--help" || a == "-h") {
-            o.help = true;
-        } else if (a == "--version" || a == "-V") {
-            o.version = true;
-        } else if (a == "--json") {
-            o.json = true;
-        } else if (a == "--usb") {
-            o.usb = true;
-        } else if (a == "--all-usb") {
-            o.allUsb = true;
-        } else if (a == "-q" || a == "--quiet") {
-            o.quiet = true;
-        } else if (a == "-n" || a == "--noheadings") {
-            o.noHeadings = true;
-        } else if (a == "--interactive") {
-            o.interactive = true;
-        } else if (a == "-o" || a == "--output") {
-            if (i + 1 < args.size())
-                columns(args[++i]);
-            else
-                p.error = "The option " + a + " needs a list of columns, such as ROOT,LABEL,FREE.";
-        } else if (a.starts_with("--output=") || (a.starts_with("-o") && a.size() > 2)) {
-            columns(a.substr(a[1] == 'o' ? 2 : 9));
-        } else if (a == "--machine" || a.starts_with("--machine=")) {
-            if (a != "--machine") {
-                o.machine = a.substr(10);
-            } else if (i + 1 < args.size()) {
-                o.machine = args[++i];
-            }
-            if (o.machine.empty()) p.error = "The option --machine needs a machine description file.";
-        } else {
-            p.error = "Unknown option " + Shown(a) + ".";
-        }
-        if (!p.error.empty()) return p;
+        p.options.columns.push_back(name);
+        if (comma == std::string::npos) break;
+        at = comma + 1;
     }
-    if (o.help || o.version) return p;
+}
+
+// A word that is no option: the command first ("help" takes the next word
+// as the command it tells of), then the drives.
+void ReadWord(const std::vector<std::string>& args, std::size_t& i, bool positionalOnly, Parsed& p) {
+    Options& o = p.options;
+    const std::string& a = args[i];
+    if (!o.command.empty() || positionalOnly) {
+        o.roots.push_back(a);
+    } else if (std::find(kCommands.begin(), kCommands.end(), a) == kCommands.end()) {
+        p.error = "Unknown command " + a + "; the commands are list, release, who, watch and serial.";
+    } else if (a == "help") {
+        o.help = true;
+        o.command = "";
+        if (i + 1 < args.size()) o.command = args[++i];
+    } else {
+        o.command = a;
+    }
+}
+
+// An option; i moves past the value it takes.
+void ReadOption(const std::vector<std::string>& args, std::size_t& i, Parsed& p) {
+    Options& o = p.options;
+    const std::string& a = args[i];
+    static const std::vector<std::pair<std::vector<std::string>, bool Options::*>> kFlags = {
+        {{"--help", "-h"}, &Options::help},
+        {{"--version", "-V"}, &Options::version},
+        {{"--json"}, &Options::json},
+        {{"--usb"}, &Options::usb},
+        {{"--all-usb"}, &Options::allUsb},
+        {{"-q", "--quiet"}, &Options::quiet},
+        {{"-n", "--noheadings"}, &Options::noHeadings},
+        {{"--interactive"}, &Options::interactive}};
+    for (const auto& [names, flag] : kFlags) {
+        if (std::find(names.begin(), names.end(), a) != names.end()) {
+            o.*flag = true;
+            return;
+        }
+    }
+    if (a == "-o" || a == "--output") {
+        if (i + 1 < args.size())
+            ReadColumns(args[++i], p);
+        else
+            p.error = "The option " + a + " needs a list of columns, such as ROOT,LABEL,FREE.";
+    } else if (a.starts_with("--output=") || (a.starts_with("-o") && a.size() > 2)) {
+        ReadColumns(a.substr(a[1] == 'o' ? 2 : 9), p);
+    } else if (a == "--machine" || a.starts_with("--machine=")) {
+        if (a != "--machine") {
+            o.machine = a.substr(10);
+        } else if (i + 1 < args.size()) {
+            o.machine = args[++i];
+        }
+        if (o.machine.empty()) p.error = "The option --machine needs a machine description file.";
+    } else {
+        p.error = "Unknown option " + Shown(a) + ".";
+    }
+}
+
+// The command's drives and options belong together: the first that does not
+// is the error.
+void CheckCombination(Parsed& p) {
+    const Options& o = p.options;
     auto option = [&](bool set, const char* name, const char* allowed) {
         if (set && p.error.empty())
             p.error = std::string("The option ") + name + " belongs to " + allowed + ", not to " + o.command + ".";
@@ -119,6 +127,24 @@ Parsed ParseArgs(const std::vector<std::string>& args) {
         option(!o.columns.empty(), "-o", "list");
         option(o.noHeadings && o.command == "serial", "-n", "list and who");
     }
+}
+
+} // namespace
+
+Parsed ParseArgs(const std::vector<std::string>& args) {
+    Parsed p;
+    bool positionalOnly = false;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (positionalOnly || a.size() < 2 || a[0] != '-')
+            ReadWord(args, i, positionalOnly, p);
+        else if (a == "--")
+            positionalOnly = true;
+        else
+            ReadOption(args, i, p);
+        if (!p.error.empty()) return p;
+    }
+    if (!p.options.help && !p.options.version) CheckCombination(p);
     return p;
 }
 

@@ -105,134 +105,171 @@ std::vector<DiskInfo> DisksOfDevice(const Sysfs& sys, const DiskInfo& disk) {
     return out;
 }
 
-ReleasePlan PlanRelease(LetterMap& map, const std::vector<DiskInfo>& disks, const PlanOptions& options) {
-    ReleasePlan plan;
-    const Sysfs& sys = map.sys();
-    auto refuse = [&plan](Veto veto, std::string text) {
-        if (plan.ok()) {
-            plan.veto = veto;
-            plan.text = std::move(text);
-        }
-    };
+namespace {
 
-    // The disks, their partitions, and what is stacked on any of them.
-    for (const auto& d : disks) {
-        if (auto whole = sys.ByName(d.name)) plan.members.push_back(*whole);
-        for (auto& p : sys.Partitions(d.name)) plan.members.push_back(std::move(p));
+// The release plan built step by step; the first refusal stands.
+class Planner {
+public:
+    Planner(LetterMap& map, const PlanOptions& options) : map_(map), sys_(map.sys()), options_(options) {}
+
+    ReleasePlan Plan(const std::vector<DiskInfo>& disks) {
+        CollectDevices(disks);
+        CollectMounts();
+        RefuseSystemMounts();
+        if (plan_.ok()) RefuseSwap();
+        if (plan_.ok()) RefuseMountsInside();
+        if (plan_.ok()) RefuseHolders();
+        if (plan_.ok() && plan_.holders.empty() && options_.root) RefuseKernelUsers();
+        if (plan_.ok() && plan_.holders.empty()) RefuseStacked();
+        return std::move(plan_);
     }
-    std::set<std::string> seen;
-    for (const auto& b : plan.members) seen.insert(b.name);
-    std::vector<std::string> todo;
-    for (const auto& b : plan.members)
-        for (const auto& h : sys.Holders(b.name)) todo.push_back(h);
-    for (std::size_t i = 0; i < todo.size() && i < 256; ++i) {
-        if (!seen.insert(todo[i]).second) continue;
-        const auto block = sys.ByName(todo[i]);
-        if (!block) continue;
-        plan.stacked.push_back(Describe(sys, *block));
-        for (const auto& h : sys.Holders(block->name)) todo.push_back(h);
-        for (auto& p : sys.Partitions(block->name))
-            if (seen.find(p.name) == seen.end()) todo.push_back(p.name);
+
+private:
+    void Refuse(Veto veto, std::string text) {
+        if (plan_.ok()) {
+            plan_.veto = veto;
+            plan_.text = std::move(text);
+        }
     }
-    // Each stacked device after everything it rests on.
-    std::stable_sort(plan.stacked.begin(), plan.stacked.end(), [](const StackedDevice& a, const StackedDevice& b) {
-        return std::find(b.slaves.begin(), b.slaves.end(), a.block.name) != b.slaves.end();
-    });
+
+    // The disks, their partitions, and what is stacked on any of them, each
+    // stacked device after everything it rests on.
+    void CollectDevices(const std::vector<DiskInfo>& disks) {
+        for (const auto& d : disks) {
+            if (auto whole = sys_.ByName(d.name)) plan_.members.push_back(*whole);
+            for (auto& p : sys_.Partitions(d.name)) plan_.members.push_back(std::move(p));
+        }
+        std::set<std::string> seen;
+        for (const auto& b : plan_.members) seen.insert(b.name);
+        std::vector<std::string> todo;
+        for (const auto& b : plan_.members)
+            for (const auto& h : sys_.Holders(b.name)) todo.push_back(h);
+        for (std::size_t i = 0; i < todo.size() && i < 256; ++i) {
+            if (!seen.insert(todo[i]).second) continue;
+            const auto block = sys_.ByName(todo[i]);
+            if (!block) continue;
+            plan_.stacked.push_back(Describe(sys_, *block));
+            for (const auto& h : sys_.Holders(block->name)) todo.push_back(h);
+            for (auto& p : sys_.Partitions(block->name))
+                if (seen.find(p.name) == seen.end()) todo.push_back(p.name);
+        }
+        std::stable_sort(plan_.stacked.begin(), plan_.stacked.end(),
+                         [](const StackedDevice& a, const StackedDevice& b) {
+                             return std::find(b.slaves.begin(), b.slaves.end(), a.block.name) != b.slaves.end();
+                         });
+    }
 
     // Every mount of any of them, deepest first.
-    std::set<DevNumber> fileSystems, blocks;
-    for (const auto& b : plan.members) blocks.insert(DevOf(b.major, b.minor));
-    for (const auto& s : plan.stacked) blocks.insert(DevOf(s.block.major, s.block.minor));
-    const std::vector<MountEntry> table = map.Mounts();
-    for (const auto& m : table)
-        if (plan.BlockOf(m) != nullptr) {
-            plan.mounts.push_back(m);
-            fileSystems.insert(DevOf(m.major, m.minor));
-        }
-    std::stable_sort(plan.mounts.begin(), plan.mounts.end(), [](const MountEntry& a, const MountEntry& b) {
-        return a.mountPoint.size() > b.mountPoint.size();
-    });
+    void CollectMounts() {
+        for (const auto& b : plan_.members) blocks_.insert(DevOf(b.major, b.minor));
+        for (const auto& s : plan_.stacked) blocks_.insert(DevOf(s.block.major, s.block.minor));
+        table_ = map_.Mounts();
+        for (const auto& m : table_)
+            if (plan_.BlockOf(m) != nullptr) {
+                plan_.mounts.push_back(m);
+                fileSystems_.insert(DevOf(m.major, m.minor));
+            }
+        std::stable_sort(plan_.mounts.begin(), plan_.mounts.end(), [](const MountEntry& a, const MountEntry& b) {
+            return a.mountPoint.size() > b.mountPoint.size();
+        });
+    }
 
     // The system's own file systems stay.
-    for (const auto& m : plan.mounts) {
-        const BlockDevice* b = plan.BlockOf(m);
-        if (m.mountPoint == "/")
-            refuse(Veto::SystemDrive, "system drive: " + b->devNode + " holds the root file system");
-        else if (IsSystemMount(m))
-            refuse(Veto::SystemDrive, "system drive: " + b->devNode + " is mounted at " + m.mountPoint +
-                                          ", which belongs to the system and is never unmounted here");
+    void RefuseSystemMounts() {
+        for (const auto& m : plan_.mounts) {
+            const BlockDevice* b = plan_.BlockOf(m);
+            if (m.mountPoint == "/")
+                Refuse(Veto::SystemDrive, "system drive: " + b->devNode + " holds the root file system");
+            else if (IsSystemMount(m))
+                Refuse(Veto::SystemDrive, "system drive: " + b->devNode + " is mounted at " + m.mountPoint +
+                                              ", which belongs to the system and is never unmounted here");
+        }
     }
-    if (!plan.ok()) return plan;
 
     // Swap on the device, or in a file on one of its file systems.
-    std::vector<std::pair<std::string, DevNumber>> swapParts, swapFiles;
-    SwapUsers(options.swaps, swapParts, swapFiles);
-    for (const auto& [name, dev] : swapParts)
-        if (blocks.count(dev) != 0) refuse(Veto::Busy, "busy: " + name + " is in use as swap");
-    for (const auto& [name, dev] : swapFiles)
-        if (fileSystems.count(dev) != 0) refuse(Veto::Busy, "busy: " + name + " is in use as a swap file");
-    if (!plan.ok()) return plan;
+    void RefuseSwap() {
+        std::vector<std::pair<std::string, DevNumber>> swapParts, swapFiles;
+        SwapUsers(options_.swaps, swapParts, swapFiles);
+        for (const auto& [name, dev] : swapParts)
+            if (blocks_.count(dev) != 0) Refuse(Veto::Busy, "busy: " + name + " is in use as swap");
+        for (const auto& [name, dev] : swapFiles)
+            if (fileSystems_.count(dev) != 0) Refuse(Veto::Busy, "busy: " + name + " is in use as a swap file");
+    }
 
     // A file system of another device mounted inside one of the device's.
-    for (const auto& other : table) {
-        if (plan.BlockOf(other) != nullptr) continue;
-        for (const auto& m : plan.mounts)
-            if (StartsWithPath(other.mountPoint, m.mountPoint) && other.mountPoint != m.mountPoint)
-                refuse(Veto::Busy,
-                       "busy: " + other.mountPoint + " (" + other.source + ") is mounted inside " + m.mountPoint);
+    void RefuseMountsInside() {
+        for (const auto& other : table_) {
+            if (plan_.BlockOf(other) != nullptr) continue;
+            for (const auto& m : plan_.mounts)
+                if (StartsWithPath(other.mountPoint, m.mountPoint) && other.mountPoint != m.mountPoint)
+                    Refuse(Veto::Busy,
+                           "busy: " + other.mountPoint + " (" + other.source + ") is mounted inside " + m.mountPoint);
+        }
     }
-    if (!plan.ok()) return plan;
 
     // Processes holding one of the file systems or one of the devices.
-    plan.holders = HoldsOn(options.procRoot, fileSystems, blocks);
-    if (!plan.holders.empty()) {
+    void RefuseHolders() {
+        plan_.holders = HoldsOn(options_.procRoot, fileSystems_, blocks_);
+        if (plan_.holders.empty()) return;
         std::string where;
-        for (const auto& m : plan.mounts) {
+        for (const auto& m : plan_.mounts) {
             const bool held =
-                std::any_of(plan.holders.begin(), plan.holders.end(),
+                std::any_of(plan_.holders.begin(), plan_.holders.end(),
                             [&](const platform::ProcessHold& h) { return StartsWithPath(h.path, m.mountPoint); });
             if (held) {
                 where = m.mountPoint;
                 break;
             }
         }
-        if (where.empty()) where = plan.holders.front().path;
-        refuse(Veto::Busy, "busy: " + where + " is in use by " + HolderList(plan.holders));
-        return plan;
+        if (where.empty()) where = plan_.holders.front().path;
+        Refuse(Veto::Busy, "busy: " + where + " is in use by " + HolderList(plan_.holders));
     }
 
     // What the kernel still counts as users (a loop device's backing file,
     // a process this one cannot see), where it can be asked.
-    if (options.root) {
-        for (const auto& m : plan.mounts) {
-            const bool parent = std::any_of(table.begin(), table.end(), [&](const MountEntry& other) {
+    void RefuseKernelUsers() {
+        for (const auto& m : plan_.mounts) {
+            const bool parent = std::any_of(table_.begin(), table_.end(), [&](const MountEntry& other) {
                 return other.mountPoint != m.mountPoint && StartsWithPath(other.mountPoint, m.mountPoint);
             });
             if (!parent && MountBusy(m.mountPoint).value_or(false))
-                refuse(Veto::Busy, "busy: " + m.mountPoint + " is in use by the kernel or a process out of sight");
+                Refuse(Veto::Busy, "busy: " + m.mountPoint + " is in use by the kernel or a process out of sight");
         }
         // A device with no mount, nothing stacked on it and no partitions
         // must be free; else a mount in another namespace or the kernel holds it.
         auto quiet = [&](const BlockDevice& b) {
-            const bool mounted = std::any_of(plan.mounts.begin(), plan.mounts.end(),
-                                             [&](const MountEntry& m) { return plan.BlockOf(m) == &b; });
-            return !mounted && sys.Holders(b.name).empty() && (b.partition != 0 || sys.Partitions(b.name).empty());
+            const bool mounted = std::any_of(plan_.mounts.begin(), plan_.mounts.end(),
+                                             [&](const MountEntry& m) { return plan_.BlockOf(m) == &b; });
+            return !mounted && sys_.Holders(b.name).empty() && (b.partition != 0 || sys_.Partitions(b.name).empty());
         };
-        for (const auto& b : plan.members)
+        for (const auto& b : plan_.members)
             if (quiet(b) && !ClaimFree(b.devNode).value_or(true))
-                refuse(Veto::Busy, "busy: " + b.devNode + " is held by the kernel or a mount out of sight");
-        if (!plan.ok()) return plan;
+                Refuse(Veto::Busy, "busy: " + b.devNode + " is held by the kernel or a mount out of sight");
     }
 
     // What is stacked must be taken down; say now when it cannot be.
-    for (const auto& s : plan.stacked) {
-        if (s.kind == StackKind::Raid)
-            refuse(Veto::Failed, "failed: " + s.block.devNode + " is a RAID array on this device; stop it first");
-        else if (!options.root && !(s.kind == StackKind::Crypt && options.udisks))
-            refuse(Veto::NotAuthorised,
-                   "not authorised: " + StackName(s) + " (" + s.block.devNode + ") can only be taken down by root");
+    void RefuseStacked() {
+        for (const auto& s : plan_.stacked) {
+            if (s.kind == StackKind::Raid)
+                Refuse(Veto::Failed, "failed: " + s.block.devNode + " is a RAID array on this device; stop it first");
+            else if (!options_.root && !(s.kind == StackKind::Crypt && options_.udisks))
+                Refuse(Veto::NotAuthorised,
+                       "not authorised: " + StackName(s) + " (" + s.block.devNode + ") can only be taken down by root");
+        }
     }
-    return plan;
+
+    LetterMap& map_;
+    const Sysfs& sys_;
+    const PlanOptions& options_;
+    ReleasePlan plan_;
+    std::vector<MountEntry> table_;
+    std::set<DevNumber> fileSystems_, blocks_;
+};
+
+} // namespace
+
+ReleasePlan PlanRelease(LetterMap& map, const std::vector<DiskInfo>& disks, const PlanOptions& options) {
+    return Planner(map, options).Plan(disks);
 }
 
 std::optional<bool> ClaimFree(const std::string& devNode) {

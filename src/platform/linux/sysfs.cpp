@@ -183,27 +183,11 @@ std::vector<std::string> Sysfs::Leaves(const std::string& name) const {
     return leaves;
 }
 
-std::optional<DiskInfo> Sysfs::Disk(const std::string& diskName) const {
-    const auto b = ByName(diskName);
-    if (!b || b->partition != 0) return std::nullopt;
-    DiskInfo d;
-    d.name = b->name;
-    d.path = b->path;
-    d.devNode = b->devNode;
-    d.major = b->major;
-    d.minor = b->minor;
-    d.removable = ReadAttr(d.path + "/removable") == "1";
-    d.sizeBytes = 0;
-    {
-        const std::string size = ReadAttr(d.path + "/size");
-        std::uint64_t sectors = 0;
-        std::from_chars(size.data(), size.data() + size.size(), sectors);
-        d.sizeBytes = sectors * 512;
-    }
+namespace {
 
-    // The device folder below the disk (a SCSI device "H:C:T:L", an NVMe
-    // controller, an MMC card), when the disk has one.
-    std::string device = RealPath(d.path + "/device");
+// What the device folder below a disk tells (a SCSI device "H:C:T:L", an
+// NVMe controller, an MMC card): its kind, LUN, vendor, model, revision and serial.
+void ReadDeviceFolder(DiskInfo& d, const std::string& device) {
     const std::string scsiType = device.empty() ? std::string() : ReadAttr(device + "/type");
     if (d.name.starts_with("sr") || (Base(device).find(':') != std::string::npos && scsiType == "5"))
         d.kind = DiskKind::CdRom;
@@ -220,38 +204,19 @@ std::optional<DiskInfo> Sysfs::Disk(const std::string& diskName) const {
         if (d.model.empty()) d.model = ReadAttr(device + "/name"); // MMC cards
     }
     if (d.serial.empty()) d.serial = ReadAttr(d.path + "/serial"); // virtio
+}
 
-    // The nearest folder above the disk that is a USB device (it has idVendor).
-    const std::string stop = RealPath(root_ + "/devices");
-    for (std::string up = Parent(d.path); up.size() > 1 && (stop.empty() || StartsWithPath(up, stop)) && up != stop;
-         up = Parent(up)) {
-        if (Exists(up + "/idVendor") && Exists(up + "/idProduct")) {
-            d.usbDevice = up;
-            break;
-        }
-    }
+// The nearest folder above a disk's that is a USB device (it has idVendor),
+// not above stop; "" when there is none.
+std::string UsbDeviceAbove(const std::string& path, const std::string& stop) {
+    for (std::string up = Parent(path); up.size() > 1 && (stop.empty() || StartsWithPath(up, stop)) && up != stop;
+         up = Parent(up))
+        if (Exists(up + "/idVendor") && Exists(up + "/idProduct")) return up;
+    return {};
+}
 
-    // A device stacked on USB disks only (dm-crypt or LVM on a stick) is on
-    // the USB bus too, below the USB device of the first of them.
-    if (d.usbDevice.empty()) {
-        std::vector<DiskInfo> below;
-        for (const auto& leaf : Leaves(d.name))
-            if (leaf != d.name)
-                if (auto l = Disk(leaf)) below.push_back(std::move(*l));
-        const bool usb = !below.empty() && std::all_of(below.begin(), below.end(),
-                                                       [](const DiskInfo& l) { return !l.usbDevice.empty(); });
-        if (usb) {
-            const DiskInfo& first = below.front();
-            d.usbDevice = first.usbDevice;
-            d.removable = d.removable || first.removable;
-            d.vendor = first.vendor;
-            d.model = first.model;
-            d.revision = first.revision;
-            d.serial = first.serial;
-            d.lun = first.lun;
-        }
-    }
-
+// The bus a disk sits on, from its USB device or the components of its path.
+void SetBus(DiskInfo& d, const std::string& device) {
     const std::string& p = d.path;
     auto has = [&](const char* component) { return p.find(component) != std::string::npos; };
     if (!d.usbDevice.empty()) {
@@ -283,7 +248,51 @@ std::optional<DiskInfo> Sysfs::Disk(const std::string& diskName) const {
     } else if (has("/host") || has("/target")) {
         d.busType = bus::kScsi;
     }
+}
+
+} // namespace
+
+std::optional<DiskInfo> Sysfs::Disk(const std::string& diskName) const {
+    const auto b = ByName(diskName);
+    if (!b || b->partition != 0) return std::nullopt;
+    DiskInfo d;
+    d.name = b->name;
+    d.path = b->path;
+    d.devNode = b->devNode;
+    d.major = b->major;
+    d.minor = b->minor;
+    d.removable = ReadAttr(d.path + "/removable") == "1";
+    const std::string size = ReadAttr(d.path + "/size");
+    std::uint64_t sectors = 0;
+    std::from_chars(size.data(), size.data() + size.size(), sectors);
+    d.sizeBytes = sectors * 512;
+
+    const std::string device = RealPath(d.path + "/device");
+    ReadDeviceFolder(d, device);
+    d.usbDevice = UsbDeviceAbove(d.path, RealPath(root_ + "/devices"));
+    if (d.usbDevice.empty()) InheritStackedUsb(d);
+    SetBus(d, device);
     return d;
+}
+
+void Sysfs::InheritStackedUsb(DiskInfo& d) const {
+    // A device stacked on USB disks only (dm-crypt or LVM on a stick) is on
+    // the USB bus too, below the USB device of the first of them.
+    std::vector<DiskInfo> below;
+    for (const auto& leaf : Leaves(d.name))
+        if (leaf != d.name)
+            if (auto l = Disk(leaf)) below.push_back(std::move(*l));
+    const bool usb = !below.empty() &&
+                     std::all_of(below.begin(), below.end(), [](const DiskInfo& l) { return !l.usbDevice.empty(); });
+    if (!usb) return;
+    const DiskInfo& first = below.front();
+    d.usbDevice = first.usbDevice;
+    d.removable = d.removable || first.removable;
+    d.vendor = first.vendor;
+    d.model = first.model;
+    d.revision = first.revision;
+    d.serial = first.serial;
+    d.lun = first.lun;
 }
 
 std::string Sysfs::PnpDeviceId(const DiskInfo& d) {

@@ -102,6 +102,9 @@ public:
     static std::string Caption(const DiskInfo& disk);
 
 private:
+    // A disk without a USB device of its own that is stacked on USB disks
+    // only takes the first one's USB device and identity.
+    void InheritStackedUsb(DiskInfo& d) const;
     std::optional<BlockDevice> fromPath(const std::string& path) const;
     std::string root_;
 };
