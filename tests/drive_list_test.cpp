@@ -8,6 +8,7 @@
 
 #include "app/frmMain.h"
 #include "drives/cDrive.h"
+#include "machine_builders.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 
@@ -28,14 +29,9 @@ fake::Drive MakeDrive(std::string root, std::uint32_t type, std::string label, s
     return d;
 }
 
-struct Rig {
-    fake::Machine machine;
-    platform::Services services{machine.services()};
-    fake::HeadlessView view;
-    std::unique_ptr<app::frmMain> form;
-
+struct Rig : builders::WindowRig {
     Rig() {
-        machine.AddDrive(MakeDrive("C:\\", platform::kDriveFixed, "System", 100ull << 30, 40ull << 30));
+        machine.AddDrive(builders::SystemDrive());
         machine.SetProgramFolder(kFolder);
         machine.AddFile(kFolder + "\\Connect.ico", "icon");
     }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/program.h"
+#include "machine_builders.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 #include "release/modLockFileInfo.h"
@@ -21,11 +22,7 @@ constexpr std::uint32_t kOwn = 1200;
 const std::string kVolumeC = "\\Device\\HarddiskVolume3";
 const std::string kVolumeE = "\\Device\\HarddiskVolume5";
 
-struct Rig {
-    fake::Machine machine;
-    platform::Services services{machine.services()};
-    fake::HeadlessView view;
-    app::Program program{services, view};
+struct Rig : builders::ProgramRig {
     fake::NativeHandles& table{machine.handles()};
 
     explicit Rig(std::uint32_t ownProcessId = kOwn) {

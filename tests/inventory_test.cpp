@@ -10,6 +10,7 @@
 
 #include "core/program.h"
 #include "drives/cDrive.h"
+#include "machine_builders.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 
@@ -18,11 +19,7 @@ namespace {
 using app::Ctl;
 using drives::cDrive;
 
-struct Rig {
-    fake::Machine machine;
-    platform::Services services{machine.services()};
-    fake::HeadlessView view;
-    app::Program program{services, view};
+struct Rig : builders::ProgramRig {
     cDrive drive{program};
 
     void AddDrive(std::string root, std::uint32_t type) {

@@ -1,18 +1,48 @@
 #pragma once
-// Builders for the simulated machine's drives and devices that many tests
-// share (a drive with its bus, a USB stick with its mass-storage device and
-// the disk below it), and typed queries on the machine's call journal.
+// What many tests share: a simulated machine with the program or its main
+// window on it, builders for its drives and devices (the system drive, a
+// drive with its bus, a USB stick with its mass-storage device and the disk
+// below it), and typed queries on the machine's call journal.
 #include <compare>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "app/frmMain.h"
+#include "core/program.h"
+#include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 
 namespace builders {
+
+// A simulated machine and a program on it, without its main window.
+struct ProgramRig {
+    fake::Machine machine;
+    platform::Services services{machine.services()};
+    fake::HeadlessView view;
+    app::Program program{services, view};
+};
+
+// A simulated machine on which the main window is made when a test says so.
+struct WindowRig {
+    fake::Machine machine;
+    platform::Services services{machine.services()};
+    fake::HeadlessView view;
+    std::unique_ptr<app::frmMain> form;
+};
+
+// The system drive most tests start from: C:\ "System", 100 GB, 40 GB free.
+inline fake::Drive SystemDrive() {
+    return {.root = "C:\\",
+            .type = platform::kDriveFixed,
+            .label = "System",
+            .totalBytes = 100ull << 30,
+            .freeBytes = 40ull << 30};
+}
 
 // A drive whose storage driver reports the bus and the device number (none:
 // the query fails).

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "app/frmMain.h"
+#include "machine_builders.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 
@@ -16,18 +17,9 @@ using app::Ctl;
 const std::string kFolder = "C:\\Program Files\\Kestrine";
 const std::string kIni = kFolder + "\\Kestrine.ini";
 
-struct Rig {
-    fake::Machine machine;
-    platform::Services services{machine.services()};
-    fake::HeadlessView view;
-    std::unique_ptr<app::frmMain> form;
-
+struct Rig : builders::WindowRig {
     explicit Rig(const std::string* settings = nullptr) {
-        machine.AddDrive({.root = "C:\\",
-                          .type = platform::kDriveFixed,
-                          .label = "System",
-                          .totalBytes = 100ull << 30,
-                          .freeBytes = 40ull << 30});
+        machine.AddDrive(builders::SystemDrive());
         machine.AddFolder(kFolder);
         if (settings) machine.AddFile(kIni, *settings);
     }

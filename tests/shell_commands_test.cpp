@@ -9,6 +9,7 @@
 #include "app/frmMain.h"
 #include "app/shell_notify.h"
 #include "drives/cDrive.h"
+#include "machine_builders.h"
 #include "notify/shell_report.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
@@ -19,19 +20,9 @@ using app::Ctl;
 
 const std::string kFolder = "C:\\Kestrine";
 
-struct Rig {
-    fake::Machine machine;
-    platform::Services services{machine.services()};
-    fake::HeadlessView view;
-    std::unique_ptr<app::frmMain> form;
-
+struct Rig : builders::WindowRig {
     Rig() {
-        fake::Drive c;
-        c.root = "C:\\";
-        c.type = platform::kDriveFixed;
-        c.label = "System";
-        c.totalBytes = 100ull << 30;
-        c.freeBytes = 40ull << 30;
+        const fake::Drive c = builders::SystemDrive();
         machine.AddDrive(c);
         fake::Drive e = c;
         e.root = "E:\\";

@@ -10,6 +10,7 @@
 
 #include "app/frmMain.h"
 #include "drives/cDrive.h"
+#include "machine_builders.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 
@@ -20,19 +21,11 @@ using app::Ctl;
 const std::string kFolder = "C:\\Program Files\\Kestrine";
 const std::string kIni = kFolder + "\\Kestrine.ini";
 
-struct Rig {
-    fake::Machine machine;
-    platform::Services services{machine.services()};
-    fake::HeadlessView view;
-    std::unique_ptr<app::frmMain> form;
+struct Rig : builders::WindowRig {
     std::vector<std::string> timeline; // view changes and system calls, in the order they happened
 
     Rig() {
-        machine.AddDrive({.root = "C:\\",
-                          .type = platform::kDriveFixed,
-                          .label = "System",
-                          .totalBytes = 100ull << 30,
-                          .freeBytes = 40ull << 30});
+        machine.AddDrive(builders::SystemDrive());
         machine.AddDrive({.root = "D:\\",
                           .type = platform::kDriveRemovable,
                           .label = "STICK",

@@ -9,6 +9,7 @@
 
 #include "app/frmMain.h"
 #include "core/program.h"
+#include "machine_builders.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 #include "ui/cLV.h"
@@ -19,12 +20,7 @@ namespace {
 using app::Ctl;
 using Bytes = std::vector<std::uint8_t>;
 
-struct Rig {
-    fake::Machine machine;
-    platform::Services services{machine.services()};
-    fake::HeadlessView view;
-    app::Program program{services, view};
-
+struct Rig : builders::ProgramRig {
     std::vector<fake::Call> TrayCalls() const { return machine.Calls("Shell_NotifyIconA"); }
 };
 

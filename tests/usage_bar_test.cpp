@@ -11,6 +11,7 @@
 #include "core/program.h"
 #include "drives/cDrive.h"
 #include "kestrine-sim/scenario.h"
+#include "machine_builders.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 #include "platform/fake/raster_surface.h"
@@ -231,11 +232,7 @@ TEST(UsageBar, WithoutTextTheBarIsPaintedAndForeColorKept) {
     EXPECT_EQ(BlueEnd(s), BlueEnd(Painted(50)));
 }
 
-struct Rig {
-    fake::Machine machine;
-    platform::Services services{machine.services()};
-    fake::HeadlessView view;
-    app::Program program{services, view};
+struct Rig : builders::ProgramRig {
     drives::cDrive drive{program};
     std::vector<fake::ViewChange> bars;
 
