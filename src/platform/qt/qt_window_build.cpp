@@ -286,9 +286,9 @@ QWidget* QtWindow::Impl::make(const app::ControlSpec& spec) {
     }
 }
 
-QWidget* QtWindow::Impl::create(const app::ControlSpec& spec) {
-    QWidget* w = make(spec);
-    if (w != nullptr) dress(w, spec);
+QWidget* QtWindow::Impl::create(const app::ControlSpec& row) {
+    QWidget* w = make(row);
+    if (w != nullptr) dress(w, row);
     return w;
 }
 

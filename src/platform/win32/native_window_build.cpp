@@ -297,25 +297,25 @@ WindowStyle StyleOf(const app::ControlSpec& spec) {
 
 } // namespace
 
-HWND Window::createControl(const app::ControlSpec& spec) {
-    const WindowStyle made = StyleOf(spec);
+HWND Window::createControl(const app::ControlSpec& row) {
+    const WindowStyle made = StyleOf(row);
     if (made.cls == nullptr) return nullptr;
-    const portable::ControlState& s = state(spec.id);
+    const portable::ControlState& s = state(row.id);
     const DWORD style =
         WS_CHILD | WS_CLIPSIBLINGS | (s.visible ? WS_VISIBLE : 0u) | (s.enabled ? 0u : WS_DISABLED) | made.style;
-    const std::string caption(spec.caption);
-    const int id = kControlIdBase + static_cast<int>(spec.id);
+    const std::string caption(row.caption);
+    const int id = kControlIdBase + static_cast<int>(row.id);
     HWND hwnd =
-        ::CreateWindowExA(made.ex, made.cls, caption.c_str(), style, 0, 0, 1, 1, parentOf(spec.id),
+        ::CreateWindowExA(made.ex, made.cls, caption.c_str(), style, 0, 0, 1, 1, parentOf(row.id),
                           reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), ::GetModuleHandleA(nullptr), nullptr);
     if (hwnd == nullptr) return nullptr;
     ::SetWindowLongPtrA(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
-    if (spec.kind != Kind::Image && spec.kind != Kind::Frame)
-        ::SendMessageA(hwnd, WM_SETFONT, reinterpret_cast<WPARAM>(FontFor(portable::FontOf(spec.id))), FALSE);
-    at(spec.id).hwnd = hwnd;
-    place(spec.id);
-    dressControl(spec, hwnd);
-    addToolTip(spec, hwnd);
+    if (row.kind != Kind::Image && row.kind != Kind::Frame)
+        ::SendMessageA(hwnd, WM_SETFONT, reinterpret_cast<WPARAM>(FontFor(portable::FontOf(row.id))), FALSE);
+    at(row.id).hwnd = hwnd;
+    place(row.id);
+    dressControl(row, hwnd);
+    addToolTip(row, hwnd);
     return hwnd;
 }
 
