@@ -45,6 +45,9 @@ string(CONCAT CPACK_PACKAGE_DESCRIPTION
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# sd-bus and libdevmapper are opened at run time, so the scan of linked
+# libraries does not see them.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libsystemd0, libdevmapper1.02.1")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "udisks2, polkitd")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "pkexec")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "platform/linux/devices.h"
+#include "platform/linux/loaded_library.h"
 #include "platform/linux/release_plan.h"
 
 namespace linuxbk {
@@ -49,17 +50,49 @@ void DmLog(int level, const char*, int, int, const char* format, ...) {
     g_dmError = text;
 }
 
+// The libdevmapper functions asked here, from the library opened when a
+// release first takes a device-mapper device down.
+struct DeviceMapper {
+    decltype(&::dm_log_with_errno_init) logInit = nullptr;
+    decltype(&::dm_udev_set_sync_support) udevSync = nullptr;
+    decltype(&::dm_task_create) create = nullptr;
+    decltype(&::dm_task_set_name) setName = nullptr;
+    decltype(&::dm_task_retry_remove) retryRemove = nullptr;
+    decltype(&::dm_task_run) run = nullptr;
+    decltype(&::dm_task_destroy) destroy = nullptr;
+    bool ready = false;
+    std::string error;
+};
+
+const DeviceMapper& Dm() {
+    static const DeviceMapper api = [] {
+        static LoadedLibrary library("libdevmapper.so.1.02.1");
+        DeviceMapper a;
+        a.ready = library.Loaded() && library.Get("dm_log_with_errno_init", a.logInit) &&
+                  library.Get("dm_udev_set_sync_support", a.udevSync) && library.Get("dm_task_create", a.create) &&
+                  library.Get("dm_task_set_name", a.setName) && library.Get("dm_task_retry_remove", a.retryRemove) &&
+                  library.Get("dm_task_run", a.run) && library.Get("dm_task_destroy", a.destroy);
+        a.error = library.Error();
+        return a;
+    }();
+    return api;
+}
+
 // Removes a device-mapper device (what "cryptsetup close" and a deactivated
 // logical volume come to), retrying while udev still has it open.
 bool DmRemove(const std::string& name, std::string& error) {
+    const DeviceMapper& dm = Dm();
+    if (!dm.ready) {
+        error = "device-mapper cannot be asked: " + dm.error;
+        return false;
+    }
     g_dmError.clear();
-    dm_log_with_errno_init(&DmLog);
-    dm_udev_set_sync_support(0); // no waiting on udev's rules: the kernel's answer is what counts
-    dm_task* task = dm_task_create(DM_DEVICE_REMOVE);
-    bool ok = task != nullptr && dm_task_set_name(task, name.c_str()) != 0 && dm_task_retry_remove(task) != 0 &&
-              dm_task_run(task) != 0;
-    if (task != nullptr) dm_task_destroy(task);
-    dm_log_with_errno_init(nullptr);
+    dm.logInit(&DmLog);
+    dm.udevSync(0); // no waiting on udev's rules: the kernel's answer is what counts
+    dm_task* task = dm.create(DM_DEVICE_REMOVE);
+    bool ok = task != nullptr && dm.setName(task, name.c_str()) != 0 && dm.retryRemove(task) != 0 && dm.run(task) != 0;
+    if (task != nullptr) dm.destroy(task);
+    dm.logInit(nullptr);
     error = g_dmError.empty() ? "device-mapper refused to remove it" : g_dmError;
     return ok;
 }
