@@ -7,8 +7,11 @@
 
 #include <array>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
+
+#include <unistd.h>
 
 #include "core/program.h"
 #include "drives/modGetDriveSerialNumber.h"
@@ -137,6 +140,44 @@ TEST(LinuxLetterMap, LettersAreKeptWhileDrivesStayAndFreedLetterIsReused) {
     EXPECT_EQ(map.Find('I')->key, "/dev/sr0");
     map.Build(read("mountinfo-plugged"));
     EXPECT_EQ(map.Find('D')->key, "/dev/sdb1") << "the lowest free letter";
+}
+
+TEST(LinuxLetterMap, WhatSysfsSaysOfADeviceIsKeptOnlyUntilItsEventWhenEventsAreWatched) {
+    // A copy of the fixture whose system disk turns removable between two builds.
+    const auto root = std::filesystem::temp_directory_path() / ("kestrine-sysfs-" + std::to_string(::getpid()));
+    std::filesystem::remove_all(root);
+    std::filesystem::copy(kFixtures + "/sys", root,
+                          std::filesystem::copy_options::recursive | std::filesystem::copy_options::copy_symlinks);
+    const auto flag = root / "devices/pci0000:00/0000:00:1f.2/ata1/host0/target0:0:0/0:0:0:0/block/sda/removable";
+    const auto mounts = linuxbk::ParseMountInfo(linuxbk::ReadFile(kFixtures + "/mountinfo-plugged").value_or(""));
+    const auto turnRemovable = [&] { std::ofstream(flag) << "1\n"; };
+    {
+        linuxbk::LetterMap map(linuxbk::Sysfs(root.string()), kFixtures + "/mountinfo-plugged");
+        ASSERT_EQ(map.Find('C')->driveType, platform::kDriveFixed);
+        turnRemovable();
+        map.Build(mounts);
+        EXPECT_EQ(map.Find('C')->driveType, platform::kDriveRemovable) << "nobody watches: every build reads sysfs";
+    }
+    std::ofstream(flag) << "0\n";
+    {
+        linuxbk::LetterMap map(linuxbk::Sysfs(root.string()), kFixtures + "/mountinfo-plugged");
+        map.KeepDevices(true);
+        map.Build(mounts);
+        turnRemovable();
+        map.Build(mounts);
+        EXPECT_EQ(map.Find('C')->driveType, platform::kDriveFixed) << "kept: no event said the disk changed";
+        map.ForgetDevice(8, 16, "sdb"); // another disk's event
+        map.Build(mounts);
+        EXPECT_EQ(map.Find('C')->driveType, platform::kDriveFixed);
+        map.ForgetDevice(8, 0, "sda"); // the disk's own event reaches its partitions
+        map.Build(mounts);
+        EXPECT_EQ(map.Find('C')->driveType, platform::kDriveRemovable);
+        std::ofstream(flag) << "0\n";
+        map.KeepDevices(false);
+        map.Build(mounts);
+        EXPECT_EQ(map.Find('C')->driveType, platform::kDriveFixed) << "no longer kept once nobody watches";
+    }
+    std::filesystem::remove_all(root);
 }
 
 // --- the contract: the same questions to both backends ---

@@ -74,10 +74,14 @@ EventSources::EventSources(LetterMap& map, Options options) : map_(map), options
                     monitor_ = nullptr;
                 }
             }
-            if (monitor_ == nullptr)
+            if (monitor_ == nullptr) {
                 source_.clear();
-            else
+            } else {
                 ::fcntl(udev_monitor_get_fd(monitor_), F_SETFL, O_NONBLOCK);
+                // Every block device that changes is heard of here, so what the
+                // map knows of the others can be kept.
+                map_.KeepDevices(true);
+            }
         }
     }
     mounts_.reset(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
@@ -102,7 +106,10 @@ EventSources::~EventSources() {
         [[maybe_unused]] const ssize_t put = ::write(stop_.get(), &one, sizeof one);
         reader_.join();
     }
-    if (monitor_ != nullptr) udev_monitor_unref(monitor_);
+    if (monitor_ != nullptr) {
+        map_.KeepDevices(false);
+        udev_monitor_unref(monitor_);
+    }
     if (udev_ != nullptr) udev_unref(udev_);
 }
 
@@ -188,6 +195,8 @@ bool EventSources::readUdev(std::vector<SystemEvent>& out) {
         // What is known of the volume on it is stale now.
         const dev_t number = udev_device_get_devnum(d);
         if (number != 0) ForgetVolume(major(number), minor(number));
+        const char* name = udev_device_get_sysname(d);
+        map_.ForgetDevice(major(number), minor(number), name != nullptr ? name : "");
         if (source_ == "udev" && action != nullptr && std::strcmp(action, "change") == 0 && node != nullptr) {
             // A mounted drive's file system renamed: the shell reports the drive updated.
             const char* enc = udev_device_get_property_value(d, "ID_FS_LABEL_ENC");

@@ -84,6 +84,10 @@ void LetterMap::Refresh() {
 }
 
 void LetterMap::Build(const std::vector<MountEntry>& mounts) {
+    if (!keepDevices_) {
+        resolved_.clear();
+        optical_.reset();
+    }
     mounts_ = mounts;
     std::vector<DriveRecord> found;
     if (auto root = rootDrive(mounts)) found.push_back(std::move(*root));
@@ -99,14 +103,38 @@ bool LetterMap::Known(const std::vector<DriveRecord>& found, const std::string& 
     return std::any_of(found.begin(), found.end(), [&](const DriveRecord& d) { return d.key == key; });
 }
 
+void LetterMap::ForgetDevice(std::uint32_t major, std::uint32_t minor, const std::string& name) {
+    optical_.reset(); // a drive may have come or gone
+    std::erase_if(resolved_, [&](const auto& kept) {
+        const auto& block = kept.second.block;
+        return kept.first == std::make_pair(major, minor) ||
+               (!name.empty() && block && (block->name == name || block->diskName == name));
+    });
+}
+
 void LetterMap::resolve(DriveRecord& d) const {
+    if (d.major != 0) {
+        const auto kept = resolved_.find({d.major, d.minor});
+        if (kept != resolved_.end()) {
+            d.block = kept->second.block;
+            d.driveType = kept->second.driveType;
+            return;
+        }
+    }
+    resolveFromSysfs(d);
+    // Only what sysfs answered is kept: a device it does not know yet may be
+    // there at the next look.
+    if (d.major != 0 && d.block) resolved_[{d.major, d.minor}] = {d.block, d.driveType};
+}
+
+void LetterMap::resolveFromSysfs(DriveRecord& d) const {
     if (d.major != 0) d.block = sysfs_.ByNumber(d.major, d.minor);
     if (!d.block && !d.devNode.empty()) {
         std::string real = RealPath(d.devNode);
         d.block = sysfs_.ByName(Base(real.empty() ? d.devNode : real));
     }
     if (d.block) {
-        if (const auto disk = sysfs_.Disk(d.block->diskName)) d.driveType = DriveTypeOfDisk(*disk);
+        if (const auto disk = sysfs_.Disk(d.block->diskName, Sysfs::Detail::Bus)) d.driveType = DriveTypeOfDisk(*disk);
     }
 }
 
@@ -171,7 +199,8 @@ void LetterMap::addMounted(const std::vector<MountEntry>& mounts, std::vector<Dr
 
 // Optical drives are drives with or without a medium.
 void LetterMap::addOptical(std::vector<DriveRecord>& found) const {
-    for (const auto& b : sysfs_.All("sr")) {
+    if (!optical_) optical_ = sysfs_.All("sr");
+    for (const auto& b : *optical_) {
         if (!b.name.starts_with("sr") || b.partition != 0 || Known(found, b.devNode)) continue;
         DriveRecord d;
         d.kind = DriveKind::Optical;

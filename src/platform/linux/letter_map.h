@@ -64,6 +64,22 @@ public:
     const DriveRecord* DriveOf(const std::string& windowsPath);
     const std::vector<MountEntry>& Mounts(); // the whole mount table
     const Sysfs& sys() const { return sysfs_; }
+
+    // What sysfs says of a drive's block device (its partition, disk and
+    // drive type) is read again at every build, unless somebody watches the
+    // devices' events: then it is kept from build to build until that
+    // somebody says the device changed. A mount or an unmount then costs a
+    // read of the mount table, not of sysfs for every drive.
+    void KeepDevices(bool keep) {
+        keepDevices_ = keep;
+        if (!keep) {
+            resolved_.clear();
+            optical_.reset();
+        }
+    }
+    // The device (major:minor, kernel name "sdb" or "sdb1") came, went or
+    // changed: what is kept of it, and of the partitions of a disk of that name, goes.
+    void ForgetDevice(std::uint32_t major, std::uint32_t minor, const std::string& name);
     std::uint64_t Generation() const { return generation_; }
 
     // "E:\dir\f.txt" -> "/media/stick/dir/f.txt"; nothing when the letter is
@@ -82,13 +98,21 @@ private:
     // The steps of Build: the root drive, the other mounted drives, the
     // optical drives, then their letters and mount serials.
     static bool Known(const std::vector<DriveRecord>& found, const std::string& key);
-    void resolve(DriveRecord& drive) const; // its block device and drive type
+    void resolve(DriveRecord& drive) const;          // its block device and drive type, kept or read
+    void resolveFromSysfs(DriveRecord& drive) const; // the same, read
     std::optional<DriveRecord> rootDrive(const std::vector<MountEntry>& mounts) const;
     void addMounted(const std::vector<MountEntry>& mounts, std::vector<DriveRecord>& found) const;
     void addOptical(std::vector<DriveRecord>& found) const;
     void assignLetters(std::vector<DriveRecord>& found);
     void keepSerials(std::vector<DriveRecord>& found);
+    struct Resolved {
+        std::optional<BlockDevice> block;
+        std::uint32_t driveType = 0;
+    };
     Sysfs sysfs_;
+    bool keepDevices_ = false;
+    mutable std::map<std::pair<std::uint32_t, std::uint32_t>, Resolved> resolved_; // by device number
+    mutable std::optional<std::vector<BlockDevice>> optical_;                      // the optical drives' block devices
     std::string mountInfoPath_;
     UniqueFd watch_; // the mount table, polled for POLLPRI on /proc
     bool proc_ = false;

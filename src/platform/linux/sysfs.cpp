@@ -187,7 +187,7 @@ namespace {
 
 // What the device folder below a disk tells (a SCSI device "H:C:T:L", an
 // NVMe controller, an MMC card): its kind, LUN, vendor, model, revision and serial.
-void ReadDeviceFolder(DiskInfo& d, const std::string& device) {
+void ReadDeviceFolder(DiskInfo& d, const std::string& device, Sysfs::Detail detail) {
     const std::string scsiType = device.empty() ? std::string() : ReadAttr(device + "/type");
     if (d.name.starts_with("sr") || (Base(device).find(':') != std::string::npos && scsiType == "5"))
         d.kind = DiskKind::CdRom;
@@ -196,6 +196,9 @@ void ReadDeviceFolder(DiskInfo& d, const std::string& device) {
     if (!device.empty()) {
         const std::string hctl = Base(device);
         if (std::count(hctl.begin(), hctl.end(), ':') == 3) d.lun = ToNumber(hctl.substr(hctl.rfind(':') + 1));
+    }
+    if (detail != Sysfs::Detail::Identity) return;
+    if (!device.empty()) {
         d.vendor = ReadAttr(device + "/vendor");
         d.model = ReadAttr(device + "/model");
         d.revision = ReadAttr(device + "/rev");
@@ -216,16 +219,18 @@ std::string UsbDeviceAbove(const std::string& path, const std::string& stop) {
 }
 
 // The bus a disk sits on, from its USB device or the components of its path.
-void SetBus(DiskInfo& d, const std::string& device) {
+void SetBus(DiskInfo& d, const std::string& device, Sysfs::Detail detail) {
     const std::string& p = d.path;
     auto has = [&](const char* component) { return p.find(component) != std::string::npos; };
     if (!d.usbDevice.empty()) {
         d.busType = bus::kUsb;
         d.hotplug = true;
-        const std::string serial = ReadAttr(d.usbDevice + "/serial");
-        if (!serial.empty()) d.serial = serial;
-        if (d.vendor.empty()) d.vendor = ReadAttr(d.usbDevice + "/manufacturer");
-        if (d.model.empty()) d.model = ReadAttr(d.usbDevice + "/product");
+        if (detail == Sysfs::Detail::Identity) {
+            const std::string serial = ReadAttr(d.usbDevice + "/serial");
+            if (!serial.empty()) d.serial = serial;
+            if (d.vendor.empty()) d.vendor = ReadAttr(d.usbDevice + "/manufacturer");
+            if (d.model.empty()) d.model = ReadAttr(d.usbDevice + "/product");
+        }
     } else if (has("/ata")) {
         d.busType = bus::kSata;
     } else if (has("/nvme")) {
@@ -252,7 +257,7 @@ void SetBus(DiskInfo& d, const std::string& device) {
 
 } // namespace
 
-std::optional<DiskInfo> Sysfs::Disk(const std::string& diskName) const {
+std::optional<DiskInfo> Sysfs::Disk(const std::string& diskName, Detail detail) const {
     const auto b = ByName(diskName);
     if (!b || b->partition != 0) return std::nullopt;
     DiskInfo d;
@@ -268,20 +273,20 @@ std::optional<DiskInfo> Sysfs::Disk(const std::string& diskName) const {
     d.sizeBytes = sectors * 512;
 
     const std::string device = RealPath(d.path + "/device");
-    ReadDeviceFolder(d, device);
+    ReadDeviceFolder(d, device, detail);
     d.usbDevice = UsbDeviceAbove(d.path, RealPath(root_ + "/devices"));
-    if (d.usbDevice.empty()) InheritStackedUsb(d);
-    SetBus(d, device);
+    if (d.usbDevice.empty()) InheritStackedUsb(d, detail);
+    SetBus(d, device, detail);
     return d;
 }
 
-void Sysfs::InheritStackedUsb(DiskInfo& d) const {
+void Sysfs::InheritStackedUsb(DiskInfo& d, Detail detail) const {
     // A device stacked on USB disks only (dm-crypt or LVM on a stick) is on
     // the USB bus too, below the USB device of the first of them.
     std::vector<DiskInfo> below;
     for (const auto& leaf : Leaves(d.name))
         if (leaf != d.name)
-            if (auto l = Disk(leaf)) below.push_back(std::move(*l));
+            if (auto l = Disk(leaf, detail)) below.push_back(std::move(*l));
     const bool usb = !below.empty() &&
                      std::all_of(below.begin(), below.end(), [](const DiskInfo& l) { return !l.usbDevice.empty(); });
     if (!usb) return;

@@ -81,7 +81,11 @@ public:
     std::vector<BlockDevice> All(std::string_view prefix = {}) const;
     // Whole disks only (no partitions), sorted by kernel name.
     std::vector<DiskInfo> Disks() const;
-    std::optional<DiskInfo> Disk(const std::string& diskName) const;
+    // With Identity the vendor, model, revision and serial are read too:
+    // a virtio or SCSI disk answers its serial with a request to the device,
+    // which a listing, a drive type or a bus check does not need.
+    enum class Detail { Bus, Identity };
+    std::optional<DiskInfo> Disk(const std::string& diskName, Detail detail = Detail::Identity) const;
     // The partitions of a whole disk, in partition order.
     std::vector<BlockDevice> Partitions(const std::string& diskName) const;
     // The block devices built directly on one (dm-crypt, LVM, md: its
@@ -104,7 +108,7 @@ public:
 private:
     // A disk without a USB device of its own that is stacked on USB disks
     // only takes the first one's USB device and identity.
-    void InheritStackedUsb(DiskInfo& d) const;
+    void InheritStackedUsb(DiskInfo& d, Detail detail) const;
     std::optional<BlockDevice> fromPath(const std::string& path) const;
     std::string root_;
 };
