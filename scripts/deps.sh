@@ -12,7 +12,7 @@ run=(
   udisks2 dbus udev
 )
 tests=(
-  git googletest libgtest-dev libbenchmark-dev libmount-dev clang-format e2fsprogs
+  git googletest libgtest-dev libbenchmark-dev libmount-dev clang-format e2fsprogs dosfstools
   xvfb xauth xdotool imagemagick python3
 )
 packages=("${run[@]}")

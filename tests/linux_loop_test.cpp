@@ -416,6 +416,32 @@ TEST(LinuxLoopDrives, EachVolumeIsIdentifiedOncePerMount) {
     EXPECT_EQ(label(), "THRICE");
 }
 
+TEST(LinuxLoopDrives, WhatTheKernelSaysOfAVolumeIsWhatItsSuperblockSays) {
+    KESTRINE_REQUIRE_LOOP_DEVICES();
+    LoopDrives loops;
+    std::vector<const linuxtest::LoopDrive*> drives{loops.Add("KERNEL EXT", true, 16, "ext4")};
+    // FAT where this kernel has it (a FAT volume's serial is no UUID).
+    std::string kernelHas;
+    linuxtest::Run("grep -w vfat /proc/filesystems", &kernelHas);
+    if (!kernelHas.empty()) drives.push_back(loops.Add("KERNEL FAT", true, 16, "vfat"));
+    ASSERT_TRUE(std::all_of(drives.begin(), drives.end(), [](const auto* d) { return d != nullptr; }));
+    System sys(Quiet());
+    for (const linuxtest::LoopDrive* drive : drives) {
+        const DriveRecord* d = DriveAt(sys, drive->mountPoint);
+        ASSERT_NE(d, nullptr) << drive->fileSystem;
+        const linuxbk::VolumeId id = linuxbk::IdentifyVolume(*d);
+        std::string uuid, label;
+        ASSERT_TRUE(linuxtest::Run("blkid -p -s UUID -o value " + drive->device, &uuid));
+        ASSERT_TRUE(linuxtest::Run("blkid -p -s LABEL -o value " + drive->device, &label));
+        // Whoever answered (udev's database, or the kernel without reading
+        // the device), the answer is the superblock's.
+        EXPECT_EQ(id.uuid, uuid) << drive->fileSystem << " from " << id.from;
+        EXPECT_EQ(id.label, label) << drive->fileSystem << " from " << id.from;
+        EXPECT_EQ(id.type, drive->fileSystem);
+        EXPECT_EQ(linuxbk::SerialFromUuid(id.uuid), linuxbk::SerialFromUuid(uuid));
+    }
+}
+
 TEST(LinuxLoopDrives, TheSystemDriveIsNeverEjected) {
     KESTRINE_REQUIRE_LOOP_DEVICES();
     System::Options o = Quiet();

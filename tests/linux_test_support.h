@@ -38,6 +38,7 @@ inline std::string Quote(const std::string& s) { return "'" + s + "'"; }
 // One loop device with an ext4 file system, mounted in a temporary folder.
 struct LoopDrive {
     std::string image, device, mountPoint;
+    std::string fileSystem = "ext4";
     std::size_t index = 0;
     bool mounted = false;
 };
@@ -62,14 +63,18 @@ public:
     LoopDrives& operator=(const LoopDrives&) = delete;
 
     // Makes, attaches and (when asked) mounts one; nullptr when it cannot.
-    LoopDrive* Add(const std::string& label, bool mount = true, int megabytes = 16) {
+    // fileSystem "ext4" or "vfat".
+    LoopDrive* Add(const std::string& label, bool mount = true, int megabytes = 16,
+                   const std::string& fileSystem = "ext4") {
         if (dir_.empty()) return nullptr;
         LoopDrive d;
         d.index = drives_.size();
+        d.fileSystem = fileSystem;
         const std::string n = std::to_string(drives_.size());
         d.image = dir_ + "/disk" + n + ".img";
+        const std::string make = fileSystem == "vfat" ? "mkfs.vfat -n " : "mkfs.ext4 -q -F -L ";
         if (!Run("truncate -s " + std::to_string(megabytes) + "M " + d.image) ||
-            !Run("mkfs.ext4 -q -F -L " + Quote(label) + " " + d.image))
+            !Run(make + Quote(label) + " " + d.image + " >/dev/null"))
             return nullptr;
         if (!Run("losetup --find --show " + d.image, &d.device) || d.device.empty()) return nullptr;
         drives_.push_back(d);
@@ -80,7 +85,7 @@ public:
     bool Mount(LoopDrive& d) {
         d.mountPoint = dir_ + "/mnt " + std::to_string(d.index); // a space in the path, on purpose
         std::filesystem::create_directories(d.mountPoint);
-        d.mounted = ::mount(d.device.c_str(), d.mountPoint.c_str(), "ext4", 0, nullptr) == 0;
+        d.mounted = ::mount(d.device.c_str(), d.mountPoint.c_str(), d.fileSystem.c_str(), 0, nullptr) == 0;
         return d.mounted;
     }
     const std::string& Dir() const { return dir_; }

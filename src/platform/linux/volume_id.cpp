@@ -1,6 +1,8 @@
 #include "platform/linux/volume_id.h"
 
 #include <cctype>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -10,6 +12,7 @@
 #include <fcntl.h>
 #include <libudev.h>
 #include <linux/fs.h>
+#include <linux/msdos_fs.h>
 #include <sys/ioctl.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -47,6 +50,36 @@ Found FromUdev(std::uint32_t major, std::uint32_t minor) {
     return f;
 }
 
+// The file system's UUID as the kernel keeps it (Linux 6.8 and later; every
+// file system that has one), written as libblkid writes it.
+#ifndef FS_IOC_GETFSUUID
+struct fsuuid2 {
+    std::uint8_t len;
+    std::uint8_t uuid[16];
+};
+#define FS_IOC_GETFSUUID _IOR(0x15, 0, struct fsuuid2)
+#endif
+
+std::string UuidText(const std::uint8_t* bytes, std::size_t length) {
+    static const char* const kDigits = "0123456789abcdef";
+    std::string text;
+    for (std::size_t i = 0; i < length; ++i) {
+        if (length == 16 && (i == 4 || i == 6 || i == 8 || i == 10)) text += '-';
+        text += kDigits[bytes[i] >> 4];
+        text += kDigits[bytes[i] & 15];
+    }
+    return text;
+}
+
+// A FAT volume's serial number, written as libblkid writes it: "1A2B-3C4D".
+std::string FatSerialText(std::uint32_t id) {
+    char text[10];
+    std::snprintf(text, sizeof text, "%04X-%04X", id >> 16, id & 0xFFFF);
+    return text;
+}
+
+// What the mounted file system says of itself: its label, and its UUID or
+// serial number where the kernel tells them.
 Found FromIoctl(const std::string& folder) {
     Found f;
     UniqueFd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK));
@@ -56,6 +89,12 @@ Found FromIoctl(const std::string& folder) {
         f.answered = true;
         f.label = std::string(label, strnlen(label, sizeof label));
     }
+    fsuuid2 uuid{};
+    std::uint32_t fatId = 0;
+    if (::ioctl(fd.get(), FS_IOC_GETFSUUID, &uuid) == 0 && uuid.len == sizeof uuid.uuid)
+        f.uuid = UuidText(uuid.uuid, uuid.len);
+    else if (::ioctl(fd.get(), FAT_IOCTL_GET_VOLUME_ID, &fatId) == 0)
+        f.uuid = FatSerialText(fatId);
     return f;
 }
 
@@ -94,6 +133,9 @@ VolumeId Identify(const DriveRecord& drive) {
         }
     }
     const Found byIoctl = FromIoctl(drive.mountPoint);
+    // The kernel told all: no need to read the superblock again.
+    if (byIoctl.answered && !byIoctl.uuid.empty() && !mountType.empty())
+        return {byIoctl.label, mountType, byIoctl.uuid, "ioctl"};
     Found probe;
     if (!drive.devNode.empty()) probe = FromBlkid(drive.devNode); // the UUID, and the type behind fuseblk
     if (byIoctl.answered) return {byIoctl.label, mountType.empty() ? probe.type : mountType, probe.uuid, "ioctl"};
