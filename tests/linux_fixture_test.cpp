@@ -163,15 +163,19 @@ TEST(LinuxLetterMap, WhatSysfsSaysOfADeviceIsKeptOnlyUntilItsEventWhenEventsAreW
         linuxbk::LetterMap map(linuxbk::Sysfs(root.string()), kFixtures + "/mountinfo-plugged");
         map.KeepDevices(true);
         map.Build(mounts);
+        ASSERT_FALSE(map.BusDisk("sda")->removable);
         turnRemovable();
         map.Build(mounts);
         EXPECT_EQ(map.Find('C')->driveType, platform::kDriveFixed) << "kept: no event said the disk changed";
+        EXPECT_FALSE(map.BusDisk("sda")->removable) << "what the storage driver answers is kept too";
         map.ForgetDevice(8, 16, "sdb"); // another disk's event
         map.Build(mounts);
         EXPECT_EQ(map.Find('C')->driveType, platform::kDriveFixed);
+        EXPECT_FALSE(map.BusDisk("sda")->removable);
         map.ForgetDevice(8, 0, "sda"); // the disk's own event reaches its partitions
         map.Build(mounts);
         EXPECT_EQ(map.Find('C')->driveType, platform::kDriveRemovable);
+        EXPECT_TRUE(map.BusDisk("sda")->removable);
         std::ofstream(flag) << "0\n";
         map.KeepDevices(false);
         map.Build(mounts);

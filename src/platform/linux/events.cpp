@@ -174,7 +174,8 @@ std::vector<SystemEvent> EventSources::Read() {
 
 std::string EventSources::labelOf(std::uint32_t major, std::uint32_t minor) const {
     std::string label;
-    if (udev_ == nullptr || major == 0) return label;
+    // Labels are compared only to tell a renamed drive, which needs udev's database.
+    if (udev_ == nullptr || major == 0 || source_ != "udev") return label;
     if (udev_device* d = udev_device_new_from_devnum(udev_, 'b', makedev(major, minor))) {
         if (const char* enc = udev_device_get_property_value(d, "ID_FS_LABEL_ENC")) label = UnescapeHex(enc);
         udev_device_unref(d);

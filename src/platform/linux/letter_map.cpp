@@ -87,6 +87,7 @@ void LetterMap::Build(const std::vector<MountEntry>& mounts) {
     if (!keepDevices_) {
         resolved_.clear();
         optical_.reset();
+        disks_.clear();
     }
     mounts_ = mounts;
     std::vector<DriveRecord> found;
@@ -105,11 +106,22 @@ bool LetterMap::Known(const std::vector<DriveRecord>& found, const std::string& 
 
 void LetterMap::ForgetDevice(std::uint32_t major, std::uint32_t minor, const std::string& name) {
     optical_.reset(); // a drive may have come or gone
+    std::erase_if(disks_, [&](const auto& kept) {
+        return kept.first == name || (kept.second.major == major && kept.second.minor == minor);
+    });
     std::erase_if(resolved_, [&](const auto& kept) {
         const auto& block = kept.second.block;
         return kept.first == std::make_pair(major, minor) ||
                (!name.empty() && block && (block->name == name || block->diskName == name));
     });
+}
+
+std::optional<DiskInfo> LetterMap::BusDisk(const std::string& diskName) const {
+    if (keepDevices_)
+        if (const auto kept = disks_.find(diskName); kept != disks_.end()) return kept->second;
+    auto disk = sysfs_.Disk(diskName, Sysfs::Detail::Bus);
+    if (keepDevices_ && disk) disks_.emplace(diskName, *disk);
+    return disk;
 }
 
 void LetterMap::resolve(DriveRecord& d) const {
@@ -134,7 +146,7 @@ void LetterMap::resolveFromSysfs(DriveRecord& d) const {
         d.block = sysfs_.ByName(Base(real.empty() ? d.devNode : real));
     }
     if (d.block) {
-        if (const auto disk = sysfs_.Disk(d.block->diskName, Sysfs::Detail::Bus)) d.driveType = DriveTypeOfDisk(*disk);
+        if (const auto disk = BusDisk(d.block->diskName)) d.driveType = DriveTypeOfDisk(*disk);
     }
 }
 

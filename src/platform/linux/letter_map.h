@@ -75,8 +75,12 @@ public:
         if (!keep) {
             resolved_.clear();
             optical_.reset();
+            disks_.clear();
         }
     }
+    // A whole disk's bus, removability and kind (Sysfs::Detail::Bus), kept
+    // as the drives' block devices are; nothing when sysfs has no such disk.
+    std::optional<DiskInfo> BusDisk(const std::string& diskName) const;
     // The device (major:minor, kernel name "sdb" or "sdb1") came, went or
     // changed: what is kept of it, and of the partitions of a disk of that name, goes.
     void ForgetDevice(std::uint32_t major, std::uint32_t minor, const std::string& name);
@@ -113,6 +117,7 @@ private:
     bool keepDevices_ = false;
     mutable std::map<std::pair<std::uint32_t, std::uint32_t>, Resolved> resolved_; // by device number
     mutable std::optional<std::vector<BlockDevice>> optical_;                      // the optical drives' block devices
+    mutable std::map<std::string, DiskInfo> disks_;                                // whole disks by kernel name
     std::string mountInfoPath_;
     UniqueFd watch_; // the mount table, polled for POLLPRI on /proc
     bool proc_ = false;

@@ -54,7 +54,7 @@ bool LinuxDevices::DeviceIoControl(platform::Handle device, std::uint32_t ioCont
     auto it = handles_.find(device);
     if (it == handles_.end() || it->second.nul) return false;
     const Open& open = it->second;
-    const auto disk = map_.sys().Disk(open.diskName, Sysfs::Detail::Bus);
+    const auto disk = map_.BusDisk(open.diskName);
     if (!disk) return false; // the device went away
     if (ioControlCode == platform::kIoctlStorageQueryProperty) {
         if (!portable::IsDevicePropertyQuery(inBuffer) || outBuffer.size() < 8) return false;

@@ -31,6 +31,11 @@ struct Found {
 
 Found FromUdev(std::uint32_t major, std::uint32_t minor) {
     Found f;
+    // What udev learnt of a device it keeps in a file of its own; without
+    // one (no udev running, or the device not looked at yet) there is
+    // nothing to ask libudev, which would read the device's sysfs folder first.
+    const std::string record = "/run/udev/data/b" + std::to_string(major) + ":" + std::to_string(minor);
+    if (::access(record.c_str(), F_OK) != 0) return f;
     udev* u = udev_new();
     if (u == nullptr) return f;
     if (udev_device* d = udev_device_new_from_devnum(u, 'b', makedev(major, minor))) {
