@@ -119,13 +119,18 @@ TEST(QtProgramLife, QuitOnASimulatedMachineEndsTheEventLoopAsTheRealProcessEnds)
     RunningProgram run;
     ASSERT_TRUE(QTest::qWaitForWindowExposed(run.window.Widget()));
     QTimer::singleShot(0, [&run] { QTest::mouseClick(run.window.ControlWidget(Ctl::cmdClose), Qt::LeftButton); });
-    // Should the program not end, this ends its loop with a code of its own.
-    QTimer stuck;
-    stuck.setSingleShot(true);
-    QObject::connect(&stuck, &QTimer::timeout, [] { QCoreApplication::exit(99); });
-    stuck.start(10000);
+    // Should the program not end, this ends its loop after a while.
+    bool stuck = false;
+    QTimer guard;
+    guard.setSingleShot(true);
+    QObject::connect(&guard, &QTimer::timeout, [&stuck] {
+        stuck = true;
+        QCoreApplication::exit(99);
+    });
+    guard.start(5000);
     EXPECT_EQ(run.program.Exec(), 0);
-    stuck.stop();
+    guard.stop();
+    EXPECT_FALSE(stuck) << "the window stayed after the program ended";
     EXPECT_TRUE(run.machine.Ended());
     EXPECT_TRUE(run.window.Visible(Ctl::frameUnloading));
     EXPECT_TRUE(run.Saved());
