@@ -35,6 +35,15 @@ System::Options Quiet() {
     return o;
 }
 
+// Events from the mount table and the drives' folders, without udev; loop
+// drives are fixed, so they are watched like removable ones.
+linuxbk::EventSources::Options MountTableOnly() {
+    linuxbk::EventSources::Options options;
+    options.udev = false;
+    options.allDrives = true;
+    return options;
+}
+
 const DriveRecord* DriveAt(System& sys, const std::string& mountPoint) {
     for (const auto& d : sys.Map().Drives())
         if (d.mountPoint == mountPoint) return &d;
@@ -249,10 +258,7 @@ TEST(LinuxLoopDrives, ArrivalAndRemovalThroughTheMountTable) {
     auto* a = loops.Add("ARRIVING", false);
     ASSERT_TRUE(a);
     System sys(Quiet());
-    linuxbk::EventSources::Options options;
-    options.udev = false;
-    options.allDrives = true; // loop drives are fixed; watch them like removable ones
-    linuxbk::EventSources events(sys.Map(), options);
+    linuxbk::EventSources events(sys.Map(), MountTableOnly());
 
     ASSERT_TRUE(loops.Mount(*a));
     auto got = events.Wait(2000);
@@ -332,10 +338,7 @@ TEST(LinuxLoopDrives, ShellReportsNameDriveRootsAndFolderRenamesAsTheShellDoes) 
     auto* a = loops.Add("REPORTS", false);
     ASSERT_TRUE(a);
     System sys(Quiet());
-    linuxbk::EventSources::Options options;
-    options.udev = false;
-    options.allDrives = true;
-    linuxbk::EventSources events(sys.Map(), options);
+    linuxbk::EventSources events(sys.Map(), MountTableOnly());
     ShellReports reports(sys);
     using Kind = linuxbk::SystemEvent::Kind;
 

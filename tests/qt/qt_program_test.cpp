@@ -100,18 +100,12 @@ TEST(QtProgram, TheUsersClicksKeysAndChoicesReachTheHandlers) {
 
 // The program as kestrine runs it: the logic, the window and the event loop.
 struct RunningProgram {
-    fake::Machine machine;
-    qtui::QtWindow window;
-    qtui::QtWindowSystem windows{machine, window, true};
-    platform::Services base{machine.services()};
-    platform::Services services{base.app, base.volumes, base.profile, windows,         base.shell,
-                                base.fso, base.storage, base.devices, base.management, base.native};
-    qtui::QtProgram program{services, window};
+    qttest::Program parts;
+    fake::Machine& machine = parts.machine;
+    qtui::QtWindow& window = parts.window;
+    qtui::QtProgram program{parts.services, parts.window};
 
-    RunningProgram() {
-        fake::Machine::LoadJson(machine, qttest::DemoMachine());
-        program.Start();
-    }
+    RunningProgram() { program.Start(); }
     bool Saved() { return machine.FileContent(machine.Path() + "\\Kestrine.ini").has_value(); }
 };
 
