@@ -23,9 +23,9 @@ trap cleanup EXIT
 export XDG_RUNTIME_DIR="$work/runtime"
 mkdir -m 700 "$XDG_RUNTIME_DIR"
 
-# The expected size: the client area of 10695 x 6645 twips at 96 dots per
-# inch is 713 x 443 pixels, with the menu bar above it; there is no window
-# manager under Xvfb, so the outer size is the window's own.
+# The expected size: the outer size of 10935 x 7515 twips at 96 dots per
+# inch is 729 x 501 pixels; there is no window manager under Xvfb, so the
+# outer size is the window's own.
 check_shot() { # name, then arguments for kestrine
   local name=$1; shift
   local log="$work/$name.txt"
@@ -48,8 +48,8 @@ check_shot() { # name, then arguments for kestrine
   local geometry width height
   geometry=$(sed -n 's/^geometry: \([0-9]*x[0-9]*\).*/\1/p' "$log")
   width=${geometry%x*}; height=${geometry#*x}
-  if [ "$width" != 713 ] || [ "$height" -lt 458 ] || [ "$height" -gt 483 ]; then
-    echo "qt-screens: $name: the window is ${geometry:-missing}, not 713 x 443 plus the menu bar" >&2
+  if [ "$width" != 729 ] || [ "$height" != 501 ]; then
+    echo "qt-screens: $name: the window is ${geometry:-missing}, not 729 x 501" >&2
     cat "$log" >&2
     return 1
   fi

@@ -180,6 +180,23 @@ TEST(DriveList, ArrivalHandsTheTrayTheIconAndCaptionEvenWithoutAnIcon) {
     for (const auto& c : tray) EXPECT_EQ(c.result, "0");
     EXPECT_EQ(rig.machine.TrayIcons(), 0u);
     EXPECT_EQ(rig.machine.Calls("LoadPicture").back().args[0], "\"C:\\Kestrine\\Connect.ico\"");
+
+    // Without the icon file the picture cannot be loaded: the tray still gets
+    // the caption (with no picture at all), and the rest of the arrival runs.
+    Rig bare;
+    bare.machine.DeleteFileA(kFolder + "\\Connect.ico");
+    bare.Start();
+    const std::size_t before = bare.machine.Calls("Shell_NotifyIconA").size();
+    bare.Plug(MakeDrive("F:\\", platform::kDriveRemovable, "STICK"));
+    const auto modifies = bare.machine.Calls("Shell_NotifyIconA");
+    ASSERT_GT(modifies.size(), before);
+    EXPECT_EQ(modifies.back().args[0], "1");
+    EXPECT_EQ(modifies.back().args[3], "0") << "no picture was ever loaded";
+    EXPECT_EQ(modifies.back().args[4], "\"" + bare.view.Text(Ctl::frmMain) + "\"");
+    EXPECT_EQ(bare.machine.Calls("LoadPicture").back().result, "0");
+    EXPECT_EQ(bare.machine.MessageBoxes().size(), rig.machine.MessageBoxes().size()) << "nothing more is shown";
+    EXPECT_EQ(bare.Rows().back(), "F:\\ | STICK | Removable");
+    EXPECT_EQ(bare.Selected(), static_cast<int>(bare.Rows().size()));
 }
 
 // --- choosing drives, the panel and USB.ini ---

@@ -19,6 +19,27 @@ linuxbk::System::Options Fixture() {
     return o;
 }
 
+// The program's arguments reach it as one command line, each argument as
+// given: nothing trimmed, no empty argument lost, and a line that splits back
+// into the same arguments.
+TEST(LinuxDesktop, TheCommandLineKeepsTheArgumentsAsGiven) {
+    using linuxbk::LinuxApplication;
+    EXPECT_EQ(LinuxApplication::CommandLineOf({}), "");
+    EXPECT_EQ(LinuxApplication::CommandLineOf({"E:\\"}), "E:\\");
+    EXPECT_EQ(LinuxApplication::CommandLineOf({"e:\\"}), "e:\\");
+    // A trailing blank stays, inside the quotes that keep it part of the argument.
+    EXPECT_EQ(LinuxApplication::CommandLineOf({"E:\\ "}), "\"E:\\ \"");
+    // An empty argument is not dropped, so what follows it does not become the whole line.
+    EXPECT_EQ(LinuxApplication::CommandLineOf({"", "E:\\"}), "\"\" E:\\");
+    EXPECT_EQ(LinuxApplication::CommandLineOf({"E:\\", ""}), "E:\\ \"\"");
+    // Two blanks inside one argument stay two.
+    EXPECT_EQ(LinuxApplication::CommandLineOf({"E:\\  F:\\"}), "\"E:\\  F:\\\\\"");
+    // Quotes are escaped with the backslashes before them, and backslashes before the closing quote doubled.
+    EXPECT_EQ(LinuxApplication::CommandLineOf({"say \"hi\""}), "\"say \\\"hi\\\"\"");
+    EXPECT_EQ(LinuxApplication::CommandLineOf({"a\\\"b"}), "\"a\\\\\\\"b\"");
+    EXPECT_EQ(LinuxApplication::CommandLineOf({"C:\\My Files\\"}), "\"C:\\My Files\\\\\"");
+}
+
 TEST(LinuxDesktop, SecondInstanceFindsTheFirstAndAsksItToShowItself) {
     linuxbk::System first(Fixture()), second(Fixture());
     auto a = first.Services(), b = second.Services();

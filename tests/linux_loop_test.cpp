@@ -7,7 +7,9 @@
 #include <array>
 #include <cstring>
 #include <fcntl.h>
+#include <fstream>
 #include <set>
+#include <span>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -31,6 +33,15 @@ System::Options Quiet() {
     System::Options o;
     o.events = false;
     return o;
+}
+
+// Events from the mount table and the drives' folders, without udev; loop
+// drives are fixed, so they are watched like removable ones.
+linuxbk::EventSources::Options MountTableOnly() {
+    linuxbk::EventSources::Options options;
+    options.udev = false;
+    options.allDrives = true;
+    return options;
 }
 
 const DriveRecord* DriveAt(System& sys, const std::string& mountPoint) {
@@ -247,10 +258,7 @@ TEST(LinuxLoopDrives, ArrivalAndRemovalThroughTheMountTable) {
     auto* a = loops.Add("ARRIVING", false);
     ASSERT_TRUE(a);
     System sys(Quiet());
-    linuxbk::EventSources::Options options;
-    options.udev = false;
-    options.allDrives = true; // loop drives are fixed; watch them like removable ones
-    linuxbk::EventSources events(sys.Map(), options);
+    linuxbk::EventSources events(sys.Map(), MountTableOnly());
 
     ASSERT_TRUE(loops.Mount(*a));
     auto got = events.Wait(2000);
@@ -290,6 +298,86 @@ TEST(LinuxLoopDrives, ArrivalAndRemovalThroughTheMountTable) {
     ASSERT_NE(find(linuxbk::SystemEvent::Kind::DriveRemoved), got.end());
     EXPECT_EQ(find(linuxbk::SystemEvent::Kind::DriveRemoved)->path1, root);
     EXPECT_NE(find(linuxbk::SystemEvent::Kind::DeviceRemoved), got.end());
+}
+
+// The shell stand-in's reports as a registered window receives them: the
+// event code, and the display names of the two items.
+struct ShellReports {
+    struct Report {
+        std::intptr_t code;
+        std::string name1, name2;
+    };
+    System& sys;
+    std::vector<Report> got;
+    static constexpr platform::WindowHandle kWindow = 0x10010;
+
+    explicit ShellReports(System& s) : sys(s) {
+        sys.Console().SetOwnProcedure(
+            [this](platform::WindowHandle, std::uint32_t m, std::uintptr_t wp, std::intptr_t lp) {
+                if (m == platform::kWmShNotify) got.push_back({lp, nameAt(wp, 0), nameAt(wp, 1)});
+                return std::intptr_t{0};
+            });
+        platform::Pidl desktop = 0;
+        sys.Shell().SHGetSpecialFolderLocation(kWindow, platform::kCsidlDesktop, desktop);
+        sys.Shell().SHChangeNotifyRegister(kWindow, 0xFF, 0x7FFFFFFF, platform::kWmShNotify, desktop, true);
+    }
+    std::string nameAt(std::uintptr_t record, int index) {
+        std::uintptr_t items[2] = {};
+        std::span<std::uint8_t> bytes(reinterpret_cast<std::uint8_t*>(items), sizeof items);
+        if (!sys.Shell().CopyMemory(bytes, record) || items[index] == 0) return "-";
+        std::array<std::uint8_t, 352> info{};
+        if (sys.Shell().SHGetFileInfoA(items[index], 0, info, platform::kShgfiPidl | platform::kShgfiDisplayName) == 0)
+            return "";
+        return reinterpret_cast<const char*>(info.data() + 12);
+    }
+};
+
+TEST(LinuxLoopDrives, ShellReportsNameDriveRootsAndFolderRenamesAsTheShellDoes) {
+    KESTRINE_REQUIRE_LOOP_DEVICES();
+    LoopDrives loops;
+    auto* a = loops.Add("REPORTS", false);
+    ASSERT_TRUE(a);
+    System sys(Quiet());
+    linuxbk::EventSources events(sys.Map(), MountTableOnly());
+    ShellReports reports(sys);
+    using Kind = linuxbk::SystemEvent::Kind;
+
+    ASSERT_TRUE(loops.Mount(*a));
+    auto got = events.Wait(2000);
+    const DriveRecord* d = DriveAt(sys, a->mountPoint);
+    ASSERT_NE(d, nullptr);
+    const std::string root = d->Root();
+    const std::string letter = root.substr(0, 2);
+    const auto mine = [&](Kind k) {
+        return std::find_if(got.begin(), got.end(),
+                            [&](const linuxbk::SystemEvent& e) { return e.kind == k && e.path1.starts_with(root); });
+    };
+    ASSERT_NE(mine(Kind::DriveAdded), got.end());
+    sys.Deliver(ShellReports::kWindow, *mine(Kind::DriveAdded));
+    ASSERT_EQ(reports.got.size(), 1u);
+    EXPECT_EQ(reports.got[0].code, platform::kShcneDriveAdd);
+    EXPECT_EQ(reports.got[0].name1, "REPORTS (" + letter + ")");
+
+    // A folder renamed is reported as a folder's rename, a file's as an item's.
+    std::filesystem::create_directory(a->mountPoint + "/docs");
+    { std::ofstream(a->mountPoint + "/a.txt") << "x"; }
+    events.Wait(1000);
+    std::filesystem::rename(a->mountPoint + "/docs", a->mountPoint + "/papers");
+    std::filesystem::rename(a->mountPoint + "/a.txt", a->mountPoint + "/b.txt");
+    got = events.Wait(1000);
+    ASSERT_NE(mine(Kind::FolderRenamed), got.end());
+    EXPECT_EQ(mine(Kind::FolderRenamed)->path2, root + "papers");
+    ASSERT_NE(mine(Kind::Renamed), got.end());
+    EXPECT_EQ(mine(Kind::Renamed)->path2, root + "b.txt");
+    reports.got.clear();
+    sys.Deliver(ShellReports::kWindow, *mine(Kind::FolderRenamed));
+    sys.Deliver(ShellReports::kWindow, *mine(Kind::Renamed));
+    ASSERT_EQ(reports.got.size(), 2u);
+    EXPECT_EQ(reports.got[0].code, platform::kShcneRenameFolder);
+    EXPECT_EQ(reports.got[0].name1, "docs");
+    EXPECT_EQ(reports.got[0].name2, "papers");
+    EXPECT_EQ(reports.got[1].code, platform::kShcneRenameItem);
+    EXPECT_EQ(reports.got[1].name2, "b.txt");
 }
 
 // The eject request without udisks2: unmount and detach directly, refused while busy.

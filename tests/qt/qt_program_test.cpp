@@ -15,6 +15,7 @@
 
 #include "platform/fake/headless_view.h"
 #include "platform/qt/linux_events.h"
+#include "platform/qt/qt_program.h"
 #include "qt_test_support.h"
 
 namespace {
@@ -95,6 +96,72 @@ TEST(QtProgram, TheUsersClicksKeysAndChoicesReachTheHandlers) {
     EXPECT_FALSE(program.machine.Ended());
     QTest::keyClick(List(window), Qt::Key_Escape);
     EXPECT_TRUE(program.machine.Ended());
+}
+
+// The program as kestrine runs it: the logic, the window and the event loop.
+struct RunningProgram {
+    qttest::Program parts;
+    fake::Machine& machine = parts.machine;
+    qtui::QtWindow& window = parts.window;
+    qtui::QtProgram program{parts.services, parts.window};
+
+    RunningProgram() { program.Start(); }
+    bool Saved() { return machine.FileContent(machine.Path() + "\\Kestrine.ini").has_value(); }
+};
+
+TEST(QtProgramLife, QuitOnASimulatedMachineEndsTheEventLoopAsTheRealProcessEnds) {
+    RunningProgram run;
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(run.window.Widget()));
+    QTimer::singleShot(0, [&run] { QTest::mouseClick(run.window.ControlWidget(Ctl::cmdClose), Qt::LeftButton); });
+    // Should the program not end, this ends its loop after a while.
+    bool stuck = false;
+    QTimer guard;
+    guard.setSingleShot(true);
+    QObject::connect(&guard, &QTimer::timeout, [&stuck] {
+        stuck = true;
+        QCoreApplication::exit(99);
+    });
+    guard.start(5000);
+    EXPECT_EQ(run.program.Exec(), 0);
+    guard.stop();
+    EXPECT_FALSE(stuck) << "the window stayed after the program ended";
+    EXPECT_TRUE(run.machine.Ended());
+    EXPECT_TRUE(run.window.Visible(Ctl::frameUnloading));
+    EXPECT_TRUE(run.Saved());
+}
+
+TEST(QtProgramLife, TheSessionsEndClosesTheProgramAndIsCancelledWhileAReleaseRuns) {
+    RunningProgram run;
+    int cancels = 0;
+    const auto cancel = [&cancels] { ++cancels; };
+    std::vector<std::string> boxes;
+    const auto answer = [&boxes] {
+        qttest::WhenMessageBoxOpens([&boxes](QMessageBox& box) {
+            boxes.push_back(box.text().toStdString());
+            box.defaultButton()->click();
+        });
+    };
+
+    run.program.Form().SetReleaseRunning(1);
+    answer();
+    run.program.SessionEnding(true, cancel);
+    EXPECT_EQ(boxes, std::vector<std::string>{"Cannot close program while USB drive(s) are being released."});
+    EXPECT_EQ(cancels, 1);
+    EXPECT_FALSE(run.machine.Ended());
+    // Where the session does not let the program ask, the refusal stands but the end is not cancelled.
+    answer();
+    run.program.SessionEnding(false, cancel);
+    EXPECT_EQ(boxes.size(), 2u);
+    EXPECT_EQ(cancels, 1);
+    EXPECT_FALSE(run.machine.Ended());
+    EXPECT_FALSE(run.Saved());
+
+    run.program.Form().SetReleaseRunning(0);
+    run.program.SessionEnding(true, cancel);
+    EXPECT_EQ(cancels, 1);
+    EXPECT_TRUE(run.machine.Ended());
+    EXPECT_TRUE(run.Saved());
+    EXPECT_EQ(run.program.Exec(), 0) << "the program has ended: its loop does not run";
 }
 
 TEST(QtProgram, TheRightClickMenuOpensOnTheListAndItsQuitEntryEndsTheProgram) {

@@ -3,6 +3,8 @@
 // window operations.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <QAction>
 #include <QComboBox>
 #include <QElapsedTimer>
@@ -36,13 +38,11 @@ QTreeWidget* List(QtWindow& w) { return static_cast<QTreeWidget*>(w.ControlWidge
 TEST(QtWindow, BuildsEveryControlOfTheTableWhereTheTableSays) {
     QtWindow window;
     auto* main = static_cast<QMainWindow*>(window.Widget());
-    // The client area is the table's, in pixels at the screen's resolution; the window keeps its size.
-    EXPECT_EQ(main->centralWidget()->size(),
+    // The client area holds the table's, in pixels at the screen's resolution; the window keeps its size.
+    EXPECT_EQ(main->centralWidget()->minimumSize(),
               QSize(QtWindow::TwipsToPixels(app::kClientWidth), QtWindow::TwipsToPixels(app::kClientHeight)));
     EXPECT_EQ(main->minimumSize(), main->maximumSize());
     EXPECT_FALSE(main->windowIcon().isNull());
-    EXPECT_NEAR(window.Width(Ctl::frmMain), app::kFormWidth, 15);
-    EXPECT_NEAR(window.Height(Ctl::frmMain), app::kFormHeight, 15);
 
     int placed = 0;
     for (const auto& row : app::FormTable()) {
@@ -73,6 +73,52 @@ TEST(QtWindow, BuildsEveryControlOfTheTableWhereTheTableSays) {
     EXPECT_EQ(bar, (std::vector<std::string>{"&Quit", "Recycle &Bin", "&Windows Explorer", "&Quorra", "&Brindle",
                                              "Release &USB drive(s)"}));
     EXPECT_EQ(window.MenuAction(Ctl::mnubla), nullptr);
+}
+
+// The outer size is the window's on the screen, frame included, once it is
+// shown; a resize asked of the window system does not change it.
+TEST(QtWindow, TheShownWindowsOuterSizeIsTheTablesAndStaysSo) {
+    QtWindow window;
+    qttest::Recorder events;
+    window.SetEvents(&events);
+    window.Show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.Widget()));
+    auto* main = static_cast<QMainWindow*>(window.Widget());
+    const QSize outer(QtWindow::TwipsToPixels(app::kFormWidth), QtWindow::TwipsToPixels(app::kFormHeight));
+    EXPECT_EQ(main->frameGeometry().size(), outer);
+    EXPECT_NEAR(window.Width(Ctl::frmMain), app::kFormWidth, 15);
+    EXPECT_NEAR(window.Height(Ctl::frmMain), app::kFormHeight, 15);
+    // The client area still holds every control where the table puts it.
+    EXPECT_GE(main->centralWidget()->width(), QtWindow::TwipsToPixels(app::kClientWidth));
+    EXPECT_GE(main->centralWidget()->height(), QtWindow::TwipsToPixels(app::kClientHeight));
+
+    main->resize(outer + QSize(120, 80));
+    QTest::qWait(20);
+    EXPECT_EQ(main->frameGeometry().size(), outer);
+}
+
+TEST(QtWindow, ListColumnsKeepTheirDesignedWidthsWhateverTheyShow) {
+    QtWindow window;
+    auto* tree = List(window);
+    window.AddColumn(Ctl::ListView1, "A caption far wider than its column", 760);
+    window.AddColumn(Ctl::ListView1, "Label", 2320);
+    window.AddColumn(Ctl::ListView1, "Type", 1000);
+    window.Show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.Widget()));
+    const std::vector<int> designed{QtWindow::TwipsToPixels(760), QtWindow::TwipsToPixels(2320),
+                                    QtWindow::TwipsToPixels(1000)};
+    auto widths = [tree] { return std::vector<int>{tree->columnWidth(0), tree->columnWidth(1), tree->columnWidth(2)}; };
+    EXPECT_EQ(widths(), designed);
+    // Rows wider than their columns, refilled twice: neither widened nor narrowed.
+    for (const std::string& label : {std::string(60, 'W'), std::string("short")}) {
+        window.ClearItems(Ctl::ListView1);
+        window.AddItem(Ctl::ListView1, "C:\\");
+        window.SetSubItem(Ctl::ListView1, 1, 1, label);
+        window.SetSubItem(Ctl::ListView1, 1, 2, "Removable, and a good deal more than fits");
+        window.Refresh(Ctl::ListView1);
+        QApplication::processEvents();
+        EXPECT_EQ(widths(), designed) << label;
+    }
 }
 
 TEST(QtWindow, FontsFallBackToFacesTheSystemHasAndCaptionsFit) {
@@ -242,6 +288,19 @@ TEST_F(ShownWindow, TypingChoosingAndLeavingReachTheLogic) {
     EXPECT_EQ(events.Take(), std::vector<std::string>{"Click cmbSize"});
 }
 
+TEST_F(ShownWindow, TheDetailTextBoxesAreWhiteWithoutABorder) {
+    for (Ctl c : {Ctl::txtDT_Cap, Ctl::txtFAT, Ctl::txtNotify}) {
+        auto* edit = static_cast<QLineEdit*>(window.ControlWidget(c));
+        EXPECT_FALSE(edit->hasFrame()) << app::Spec(c).name;
+        const QImage shot = edit->grab().toImage();
+        ASSERT_FALSE(shot.isNull());
+        // Empty, so white to its very edges: no frame is drawn around it.
+        for (const QPoint p : {QPoint(0, 0), QPoint(shot.width() - 1, 0), QPoint(0, shot.height() - 1),
+                               QPoint(shot.width() - 1, shot.height() - 1), QPoint(shot.width() / 2, 0)})
+            EXPECT_EQ(shot.pixelColor(p), QColor(Qt::white)) << app::Spec(c).name << " at " << p.x() << "," << p.y();
+    }
+}
+
 TEST_F(ShownWindow, ThePopUpMenuShowsItsDefaultEntryInBoldAndReportsTheChoice) {
     bool seen = false;
     qttest::WhenPopupOpens([&seen](QMenu& menu) {
@@ -288,6 +347,47 @@ TEST_F(ShownWindow, MinimisingRaisesResizeAndTheCloseBoxAsksTheLogic) {
     const auto lines = events.Take();
     EXPECT_NE(std::find(lines.begin(), lines.end(), "CloseRequested"), lines.end());
     EXPECT_TRUE(window.Widget()->isVisible() || window.WindowState() == app::kStateMinimized);
+}
+
+// A window manager that does not activate a window when it is shown: the
+// window's activations never reach it while `on`.
+struct NoActivation : QObject {
+    bool on = true;
+    bool eventFilter(QObject*, QEvent* e) override {
+        return on && (e->type() == QEvent::ActivationChange || e->type() == QEvent::WindowActivate);
+    }
+};
+
+TEST(QtWindow, TheShowIsTheFirstActivationAndTheNextRealOneIsNotSwallowed) {
+    {
+        // The window manager's activation in answer to the show is not a second one.
+        QtWindow window;
+        qttest::Recorder events;
+        window.SetEvents(&events);
+        window.Show();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(window.Widget()));
+        QTest::qWait(50);
+        const auto lines = events.Take();
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "Activate"), 1);
+    }
+    QtWindow window;
+    qttest::Recorder events;
+    window.SetEvents(&events);
+    NoActivation manager;
+    window.Widget()->installEventFilter(&manager);
+    window.Show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.Widget()));
+    QWidget other;
+    other.show();
+    other.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&other));
+    QTest::qWait(800); // the user comes back a while later
+    EXPECT_EQ(events.Take(), (std::vector<std::string>{"Resize", "Activate"}));
+
+    manager.on = false;
+    window.Widget()->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.Widget()));
+    EXPECT_EQ(events.Take(), std::vector<std::string>{"Activate"});
 }
 
 TEST(QtSurface, DrawsFilledBoxesTextAndReadsBackWhatWasPainted) {

@@ -9,6 +9,7 @@
 #include "core/vb.h"
 #include "notify/shell_report.h"
 #include "platform/fake/json_numbers.h"
+#include "platform/portable/shell_items.h"
 #include "ui/cProgressBar.h"
 
 namespace sim {
@@ -120,13 +121,7 @@ std::int16_t KeyCode(const Json& step) {
 }
 
 // How the shell names a drive: "STICK (E:)", or its kind for one without label.
-std::string DriveDisplayName(const fake::Drive& d) {
-    const std::string letter = std::string(1, vb::UpperChar(d.root[0])) + ":";
-    const std::string name = !d.label.empty()                      ? d.label
-                             : d.type == platform::kDriveRemovable ? "USB Drive"
-                                                                   : "Local Disk";
-    return name + " (" + letter + ")";
-}
+std::string DriveDisplayName(const fake::Drive& d) { return portable::DriveDisplayName(d.root[0], d.label, d.type); }
 
 std::string RootOf(const fake::Drive& d) { return std::string(1, vb::UpperChar(d.root[0])) + ":\\"; }
 

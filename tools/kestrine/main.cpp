@@ -14,12 +14,14 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "app/frmMain.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
 #include "platform/linux/system.h"
 #include "platform/qt/linux_events.h"
+#include "platform/qt/qt_program.h"
 #include "platform/qt/qt_window.h"
 #include "platform/qt/qt_window_system.h"
 
@@ -128,31 +130,24 @@ bool LoadMachine(fake::Machine& machine, const std::string& file) {
     }
 }
 
-// Runs the window until it closes.
-int RunWindow(platform::Services& services, qtui::QtWindow& window, bool printRows) {
-    app::frmMain form(services, window);
-    window.SetTimerInterval([&form](app::Ctl) { return form.FlashInterval(); });
-    window.OnCloseRequested([&form] {
-        if (form.Ended()) QApplication::quit();
-    });
-    form.Form_Load();
-    if (form.Ended()) return 0; // another instance took over
-    window.Show();
+// Runs the window until the program ends.
+int RunWindow(const platform::Services& services, qtui::QtWindow& window, bool printRows) {
+    qtui::QtProgram program(services, window);
+    if (!program.Start()) return 0; // another instance took over
     std::unique_ptr<RowPrinter> printer = printRows ? std::make_unique<RowPrinter>(window) : nullptr;
-    return QApplication::exec();
+    return program.Exec();
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    std::string commandLine, machineFile;
+    std::string machineFile;
+    std::vector<std::string> arguments; // what is left: the program's own command line
     bool listOnly = false, printRows = false, optionsOver = false;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         if (optionsOver || a.empty() || a[0] != '-') {
-            // What is left is the command line the program starts with.
-            if (!commandLine.empty()) commandLine += ' ';
-            commandLine += a;
+            arguments.push_back(a);
         } else if (a == "--") {
             optionsOver = true;
         } else if (a == "--help" || a == "-h") {
@@ -178,6 +173,8 @@ int main(int argc, char** argv) {
         }
     }
 
+    // The command line as a Windows program would be given it for these arguments.
+    const std::string commandLine = linuxbk::LinuxApplication::CommandLineOf(arguments);
     std::unique_ptr<fake::Machine> machine;
     if (!machineFile.empty()) {
         machine = std::make_unique<fake::Machine>();

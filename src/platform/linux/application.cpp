@@ -111,6 +111,33 @@ std::vector<std::string> LinuxApplication::Arguments(const std::string& nativePr
     return args;
 }
 
+std::string LinuxApplication::CommandLineOf(const std::vector<std::string>& arguments) {
+    std::string line;
+    for (const auto& a : arguments) {
+        if (&a != &arguments.front()) line += ' ';
+        if (!a.empty() && a.find_first_of(" \t\n\v\"") == std::string::npos) {
+            line += a;
+            continue;
+        }
+        line += '"';
+        std::size_t backslashes = 0;
+        for (const char c : a) {
+            if (c == '\\') {
+                ++backslashes;
+                continue;
+            }
+            // Backslashes before a quote are doubled, and the quote escaped.
+            line.append(c == '"' ? backslashes * 2 + 1 : backslashes, '\\');
+            backslashes = 0;
+            line += c;
+        }
+        // Before the closing quote they are doubled too.
+        line.append(backslashes * 2, '\\');
+        line += '"';
+    }
+    return line;
+}
+
 bool LinuxApplication::CreateProcessA(const std::string& applicationName, const std::string& commandLine) {
     const auto native = map_.ToNative(applicationName);
     if (!native || ::access(native->c_str(), X_OK) != 0) return false;

@@ -33,6 +33,14 @@ public:
     static std::vector<std::string> Arguments(const std::string& nativeProgram, const std::string& applicationName,
                                               const std::string& commandLine);
 
+    // The command line of a program started with these arguments (after the
+    // program's name), as a Windows program is given it: the arguments in
+    // their order, one space apart, each as given; one that is empty or holds
+    // a blank or a double quote is written in double quotes, with its quotes
+    // and the backslashes before them escaped, so that the line splits back
+    // into the same arguments. "E:\" stays E:\, "E:\ " becomes "E:\ ".
+    static std::string CommandLineOf(const std::vector<std::string>& arguments);
+
 private:
     LetterMap& map_;
     InstanceChannel& channel_;

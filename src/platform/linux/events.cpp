@@ -47,6 +47,8 @@ const char* KindName(Kind kind) {
         return "deleted";
     case Kind::Renamed:
         return "renamed";
+    case Kind::FolderRenamed:
+        return "folder renamed";
     case Kind::FolderCreated:
         return "folder created";
     case Kind::FolderRemoved:
@@ -375,7 +377,7 @@ void EventSources::readInotify(std::vector<SystemEvent>& out) {
                 const auto from = std::find_if(movedFrom.begin(), movedFrom.end(),
                                                [&](const Pending& p) { return p.cookie == e->cookie; });
                 if (from != movedFrom.end()) {
-                    out.push_back({Kind::Renamed, from->path, path, mask, ""});
+                    out.push_back({from->folder ? Kind::FolderRenamed : Kind::Renamed, from->path, path, mask, ""});
                     movedFrom.erase(from);
                 } else {
                     out.push_back({folder ? Kind::FolderCreated : Kind::Created, path, "", mask, ""});

@@ -38,7 +38,8 @@ struct SystemEvent {
         MediaRemoved,
         Created,
         Deleted,
-        Renamed, // path1 the old name, path2 the new one
+        Renamed,       // a file: path1 the old name, path2 the new one
+        FolderRenamed, // a folder: path1 the old name, path2 the new one
         FolderCreated,
         FolderRemoved,
         AttributesChanged,
@@ -85,8 +86,8 @@ public:
     // Waits at most timeoutMs (-1: without limit) for something to happen, then reads.
     std::vector<SystemEvent> Wait(int timeoutMs);
 
-    // The display name the shell stand-in gives an item: a root shows as
-    // "E:", anything else as its last name.
+    // The display name the shell stand-in gives an item that is not a
+    // drive's root: its last name ("a.txt" for "E:\docs\a.txt").
     static std::string DisplayName(const std::string& windowsPath);
 
 private:

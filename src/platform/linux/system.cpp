@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include "platform/linux/udisks.h"
+#include "platform/linux/volume_id.h"
+#include "platform/portable/shell_items.h"
 
 namespace linuxbk {
 
@@ -57,6 +59,8 @@ std::uint32_t System::ShellEventCode(SystemEvent::Kind kind) {
     switch (kind) {
     case Kind::Renamed:
         return platform::kShcneRenameItem;
+    case Kind::FolderRenamed:
+        return platform::kShcneRenameFolder;
     case Kind::Created:
         return platform::kShcneCreate;
     case Kind::Deleted:
@@ -89,6 +93,17 @@ void System::Deliver(platform::WindowHandle window, const SystemEvent& event) {
     if (event.table) map_.Unpin();
 }
 
+std::string System::DisplayName(const std::string& windowsPath) {
+    // A drive's root is named as the shell names drives, from the drive as
+    // it was when the event happened (the map is pinned to that table).
+    if (windowsPath.size() <= 3 && windowsPath.size() >= 2 && windowsPath[1] == ':') {
+        const DriveRecord* d = map_.DriveOf(windowsPath);
+        const std::string label = d != nullptr && d->Ready() ? IdentifyVolume(*d).label : std::string();
+        return portable::DriveDisplayName(windowsPath[0], label, d != nullptr ? d->driveType : platform::kDriveFixed);
+    }
+    return EventSources::DisplayName(windowsPath);
+}
+
 void System::deliver(platform::WindowHandle window, const SystemEvent& event) {
     using Kind = SystemEvent::Kind;
     if (event.kind == Kind::DeviceArrived) {
@@ -97,8 +112,8 @@ void System::deliver(platform::WindowHandle window, const SystemEvent& event) {
         console_.Deliver(window, platform::kWmDeviceChange, platform::kDbtDeviceRemoveComplete, 0);
     } else if (const std::uint32_t code = ShellEventCode(event.kind); code != 0) {
         portable::ShellItems& items = shell_.Items();
-        auto item = [&items](const std::string& path) -> platform::Pidl {
-            return path.empty() ? 0 : items.Item(EventSources::DisplayName(path), path);
+        auto item = [this, &items](const std::string& path) -> platform::Pidl {
+            return path.empty() ? 0 : items.Item(DisplayName(path), path);
         };
         const platform::Pidl item1 = item(event.path1), item2 = item(event.path2);
         const std::uintptr_t record = items.ReportRecord(item1, item2);

@@ -47,6 +47,9 @@ public:
     void Deliver(platform::WindowHandle window, const SystemEvent& event);
     // The shell report event code of an event; 0 for device events.
     static std::uint32_t ShellEventCode(SystemEvent::Kind kind);
+    // The name the shell stand-in gives an item of a report: a drive's root
+    // as "LABEL (E:)" (or its kind without a label), anything else its last name.
+    std::string DisplayName(const std::string& windowsPath);
 
     LetterMap& Map() { return map_; }
     LinuxVolumes& Volumes() { return volumes_; }

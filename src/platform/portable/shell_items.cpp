@@ -102,6 +102,28 @@ bool TrayIcons::Apply(std::uint32_t message, const Record& r) {
     }
 }
 
+std::string DriveDisplayName(char letter, const std::string& label, std::uint32_t driveType) {
+    const char upper = letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
+    std::string name = label;
+    if (name.empty()) {
+        switch (driveType) {
+        case platform::kDriveRemovable:
+            name = "USB Drive";
+            break;
+        case platform::kDriveCdrom:
+            name = "CD Drive";
+            break;
+        case platform::kDriveRemote:
+            name = "Network Drive";
+            break;
+        default:
+            name = "Local Disk";
+            break;
+        }
+    }
+    return name + " (" + upper + ":)";
+}
+
 std::uint32_t ShellItems::Register(platform::WindowHandle window, std::uint32_t message, platform::Pidl root) {
     if (window == 0 || !IsDesktop(root)) return 0;
     windows_.emplace_back(window, message);

@@ -61,6 +61,11 @@ private:
     std::vector<std::pair<platform::WindowHandle, std::uint32_t>> windows_;
 };
 
+// How the shell names a drive's root: its label and letter ("STICK (E:)"),
+// or for a drive without a label its kind ("USB Drive (E:)", "CD Drive (D:)",
+// "Network Drive (Z:)", "Local Disk (C:)"); driveType is GetDriveTypeA's answer.
+std::string DriveDisplayName(char letter, const std::string& label, std::uint32_t driveType);
+
 // The notification-area icons a shell keeps, by window and id, as the
 // 88-byte NOTIFYICONDATAA records of Shell_NotifyIconA add, modify and
 // delete them.

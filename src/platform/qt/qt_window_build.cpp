@@ -161,7 +161,8 @@ QWidget* QtWindow::Impl::makeList(QWidget* parent, Ctl c) {
     tree->header()->setSectionsClickable(false);
     tree->header()->setHighlightSections(false);
     tree->header()->setSectionsMovable(false);
-    tree->header()->setStretchLastSection(true);
+    // The columns keep their designed widths: the last one does not stretch to the list's edge.
+    tree->header()->setStretchLastSection(false);
     tree->header()->setStyleSheet("QHeaderView::section { background: #fafafa; border: none; border-right: 1px "
                                   "solid #e3e3e3; border-bottom: 1px solid #e3e3e3; padding: 2px 4px; }");
     tree->setContextMenuPolicy(Qt::NoContextMenu);
@@ -215,7 +216,9 @@ QWidget* QtWindow::Impl::makeTextBox(const app::ControlSpec& spec, QWidget* pare
         return edit;
     }
     auto* edit = new QLineEdit(Q(std::string(spec.caption)), parent);
-    edit->setFrame(true);
+    // Bordered only where the table says so; the box's own colour fills it whole.
+    edit->setFrame(spec.border);
+    edit->setAutoFillBackground(true);
     edit->installEventFilter(this);
     QObject::connect(edit, &QLineEdit::textEdited, this, [this, c] {
         state(c).dataChanged = true;
@@ -300,6 +303,7 @@ void QtWindow::Impl::dress(QWidget* w, const app::ControlSpec& spec) {
         const QColor back = BackColorOf(spec.id);
         if (spec.kind == Kind::Label || spec.kind == Kind::Image) palette.setColor(QPalette::Window, back);
         if (spec.backColor && spec.kind != Kind::Button) palette.setColor(QPalette::Base, back);
+        if (spec.backColor && spec.kind == Kind::TextBox) palette.setColor(QPalette::Window, back);
         w->setPalette(palette);
     }
     if (!spec.toolTip.empty()) w->setToolTip(Q(std::string(spec.toolTip)));
@@ -322,7 +326,8 @@ void QtWindow::Impl::build() {
     QPalette palette = client->palette();
     palette.setColor(QPalette::Window, ToQColor(app::kWindowColor));
     client->setPalette(palette);
-    client->setFixedSize(TwipsToPixels(app::kClientWidth), TwipsToPixels(app::kClientHeight));
+    // The client area is at least the table's; the window's outer size is fixed (fixOuterSize).
+    client->setMinimumSize(TwipsToPixels(app::kClientWidth), TwipsToPixels(app::kClientHeight));
     main.setCentralWidget(client);
 
     // Table order puts every container before what it holds.
@@ -334,7 +339,11 @@ void QtWindow::Impl::build() {
     }
     buildMenuBar();
     main.adjustSize();
-    main.setFixedSize(main.sizeHint());
+    fixOuterSize();
+
+    activationGrace.setSingleShot(true);
+    activationGrace.setInterval(kActivationGraceMs);
+    QObject::connect(&activationGrace, &QTimer::timeout, this, [this] { skipActivation = false; });
 
     timer.setSingleShot(false);
     QObject::connect(&timer, &QTimer::timeout, this, [this] {
@@ -375,24 +384,15 @@ void QtWindow::Impl::fit(Ctl c) {
     FitFont(w, Q(state(c).text), room);
 }
 
-// The last column shows its longest entry whole: what it needs more than its
-// width comes off the widest column, so the rows still fit without a
-// horizontal scroll bar (a substitute font may be wider than the designed one).
-void QtWindow::Impl::fitColumns(Ctl list) {
-    auto* tree = as<QTreeWidget>(list);
-    if (tree == nullptr || tree->columnCount() < 2) return;
-    const int last = tree->columnCount() - 1;
-    const QFontMetrics metrics(tree->font());
-    int needed = QFontMetrics(tree->header()->font()).horizontalAdvance(tree->headerItem()->text(last)) + 16;
-    for (int i = 0; i < tree->topLevelItemCount(); ++i)
-        needed = std::max(needed, metrics.horizontalAdvance(tree->topLevelItem(i)->text(last)) + 12);
-    int others = 0, widest = 0;
-    for (int c = 0; c < last; ++c) {
-        others += tree->columnWidth(c);
-        if (tree->columnWidth(c) > tree->columnWidth(widest)) widest = c;
-    }
-    const int room = tree->viewport()->width() - others;
-    if (needed > room) tree->setColumnWidth(widest, std::max(tree->columnWidth(widest) - (needed - room), 40));
+// The window's outer size is the table's: the window manager's frame, when
+// there is one, is taken off it. The client area never gets smaller than the
+// table's, so a frame thicker than the designed one makes the window larger.
+void QtWindow::Impl::fixOuterSize() {
+    const QSize margins = main.frameGeometry().size() - main.geometry().size();
+    const QSize inner = main.minimumSizeHint();
+    const QSize wanted = QSize(TwipsToPixels(app::kFormWidth), TwipsToPixels(app::kFormHeight)) - margins;
+    const QSize size = wanted.expandedTo(inner);
+    if (main.minimumSize() != size || main.maximumSize() != size) main.setFixedSize(size);
 }
 
 QtWindow::QtWindow(platform::WindowHandle handle) : impl_(std::make_unique<Impl>(*this, handle)) { impl_->build(); }

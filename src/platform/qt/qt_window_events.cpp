@@ -85,11 +85,22 @@ void QtWindow::Impl::Main::changeEvent(QEvent* e) {
     if (impl_.dying) return;
     if (e->type() == QEvent::WindowStateChange && impl_.live() && !impl_.showing) impl_.events->Resize();
     if (e->type() == QEvent::ActivationChange && isActiveWindow() && impl_.live() && !impl_.showing) {
-        if (impl_.skipActivation)
+        if (impl_.skipActivation) {
             impl_.skipActivation = false;
-        else
+            impl_.activationGrace.stop();
+        } else {
             impl_.events->Activate();
+        }
     }
+}
+
+// The window manager's frame becomes known once the window is mapped, and
+// may change: the outer size is fixed again each time.
+bool QtWindow::Impl::Main::event(QEvent* e) {
+    const bool handled = QMainWindow::event(e);
+    if (!impl_.dying && (e->type() == QEvent::Move || e->type() == QEvent::Resize || e->type() == QEvent::Show))
+        impl_.fixOuterSize();
+    return handled;
 }
 
 void QtWindow::Impl::syncTimer() {
@@ -157,7 +168,11 @@ void QtWindow::Show() {
     d.shown = true;
     if (d.events) d.events->Resize();
     state(Ctl::frmMain).visible = true;
+    // The show is the first activation. The window manager's own activation
+    // in answer to it is not another; one that comes later, or the first
+    // when the window manager did not activate the window on show, is.
     d.skipActivation = true;
+    d.activationGrace.start();
     d.main.show();
     d.main.raise();
     d.main.activateWindow();

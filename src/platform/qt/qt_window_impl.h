@@ -124,6 +124,7 @@ public:
     protected:
         void closeEvent(QCloseEvent* e) override;
         void changeEvent(QEvent* e) override;
+        bool event(QEvent* e) override;
 
     private:
         Impl& impl_;
@@ -158,7 +159,7 @@ public:
     void buildMenuBar();
     void place(app::Ctl c);
     void fit(app::Ctl c);
-    void fitColumns(app::Ctl list);
+    void fixOuterSize();
     // The user's `signal` of `sender` reaches the logic as a click of `c`.
     template <class Sender, class Signal> void clickOn(Sender* sender, Signal signal, app::Ctl c) {
         QObject::connect(sender, signal, this, [this, c] {
@@ -180,7 +181,10 @@ public:
     app::ViewEvents* events = nullptr;
     bool shown = false;
     bool showing = false;
-    bool skipActivation = false;
+    // How long after the show the window manager's activation counts as its answer to the show.
+    static constexpr int kActivationGraceMs = 500;
+    bool skipActivation = false; // the window manager's answer to the show is still to come
+    QTimer activationGrace;      // how long it may take
     bool dying = false;
     int fromCode = 0; // changes made from code under way: the widgets' own signals are not the user's
     QTimer timer;

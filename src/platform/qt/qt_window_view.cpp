@@ -3,7 +3,6 @@
 #include <QAction>
 #include <QComboBox>
 #include <QCursor>
-#include <QFontMetricsF>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
@@ -100,18 +99,6 @@ void QtWindow::visibleChanged(Ctl c) {
     if (visible) w->raise(); // a notice that appears comes to the front of its siblings
 }
 
-namespace {
-// The window's outer rectangle in pixels: with a window manager's frame when
-// there is one, else the client area and menu bar plus the edges the table allows for.
-QRect OuterPixels(const QMainWindow& main, const QWidget& client) {
-    const QRect frame = main.frameGeometry();
-    if (frame.size() != main.geometry().size()) return frame;
-    const QPoint at = main.geometry().topLeft();
-    return QRect(at, QSize(client.width() + QtWindow::TwipsToPixels(app::kFormWidth - app::kClientWidth),
-                           client.height() + QtWindow::TwipsToPixels(app::kFormHeight - app::kClientHeight)));
-}
-} // namespace
-
 double QtWindow::bound(Ctl c, Edge e) const {
     if (c != Ctl::frmMain) return ControlView::bound(c, e);
     const QMainWindow& main = impl_->main;
@@ -121,11 +108,11 @@ double QtWindow::bound(Ctl c, Edge e) const {
     case Edge::Top:
         return PixelsToTwips(main.frameGeometry().y());
     case Edge::Width:
-        return PixelsToTwips(OuterPixels(main, *impl_->client).width());
+        return PixelsToTwips(main.frameGeometry().width());
     case Edge::Height:
         break;
     }
-    return PixelsToTwips(OuterPixels(main, *impl_->client).height());
+    return PixelsToTwips(main.frameGeometry().height());
 }
 
 // The window moves but keeps its size: a request for another is refused.
@@ -176,9 +163,8 @@ void QtWindow::AddColumn(Ctl list, const std::string& caption, int widthTwips) {
     const int index = tree->columnCount();
     tree->setColumnCount(index + 1);
     tree->headerItem()->setText(index, Q(caption));
-    // Never narrower than its caption: a substitute font may be wider than the designed one.
-    const int captionWidth = static_cast<int>(QFontMetricsF(tree->header()->font()).horizontalAdvance(Q(caption))) + 16;
-    tree->setColumnWidth(index, std::max(TwipsToPixels(widthTwips), captionWidth));
+    // Exactly the designed width, whatever the caption or the rows need.
+    tree->setColumnWidth(index, TwipsToPixels(widthTwips));
 }
 
 int QtWindow::ColumnCount(Ctl list) const {
@@ -377,7 +363,6 @@ void QtWindow::SetFocus(Ctl c) {
 }
 
 void QtWindow::Refresh(Ctl c) {
-    if (app::Spec(c).kind == Kind::ListView) impl_->fitColumns(c);
     if (QWidget* w = impl_->at(c).widget) w->update();
 }
 
