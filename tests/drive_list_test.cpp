@@ -11,6 +11,7 @@
 #include "machine_builders.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
+#include "ui/cTray.h"
 
 namespace {
 
@@ -363,6 +364,28 @@ TEST(WindowHandlers, ReleasedNoticeShowsCentredForAboutASecond) {
     EXPECT_EQ(rig.view.Left(Ctl::frmeReleased), (10695 - 6495) / 2.0);
     EXPECT_EQ(rig.view.Top(Ctl::frmeReleased), (6645 - 1335) / 2.0);
     EXPECT_TRUE(rig.view.Visible(Ctl::Frame1));
+}
+
+TEST(DriveList, TrayPicturesAreGivenBackWhenReplacedAndAtTheEnd) {
+    Rig rig;
+    rig.machine.AddDrive(MakeDrive("E:\\", platform::kDriveRemovable, "STICK"));
+    rig.Start();
+    const auto loads = [&] { return rig.machine.Calls("LoadPicture").size(); };
+    const std::size_t before = loads();
+    for (int i = 0; i < 20; ++i) {
+        rig.Plug(MakeDrive("F:\\", platform::kDriveRemovable, "OTHER"));
+        rig.view.UserSelectRows(Ctl::ListView1, {2});
+        rig.Pull("F:\\");
+    }
+    EXPECT_GE(loads() - before, 60u) << "each event and click loads the picture afresh";
+    // Only the tray's own picture is held, and it is the one last loaded.
+    EXPECT_EQ(rig.machine.LivePictures(), 1u);
+    ASSERT_NE(rig.prog().gTray, nullptr);
+    EXPECT_EQ(std::to_string(rig.prog().gTray->TrayIcon_Icon()), rig.machine.Calls("LoadPicture").back().result);
+
+    rig.view.UserClick(Ctl::cmdClose);
+    ASSERT_TRUE(rig.machine.Ended());
+    EXPECT_EQ(rig.machine.LivePictures(), 0u) << "the tray object takes its picture with it";
 }
 
 } // namespace

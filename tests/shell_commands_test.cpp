@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "app/frmMain.h"
 #include "app/shell_notify.h"
@@ -13,6 +15,7 @@
 #include "notify/shell_report.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
+#include "platform/pass_through.h"
 
 namespace {
 
@@ -133,6 +136,72 @@ TEST(Subclass, OtherMessagesPassThroughWithTheNextProceduresResult) {
     ASSERT_FALSE(rig.machine.OwnProcedureMessages().empty());
     EXPECT_EQ(rig.machine.OwnProcedureMessages().back().message, 0x200u);
     EXPECT_EQ(rig.machine.Beeps(), 0);
+}
+
+// A window system on which the steps of subclassing fail as the test says,
+// each leaving its error number behind as the system does.
+class FailingWindows : public platform::WindowSystemPassThrough {
+public:
+    using WindowSystemPassThrough::WindowSystemPassThrough;
+    std::uint32_t procedureError = 0; // SetWindowLongA(GWL_WNDPROC) fails with this number
+    std::uint32_t propertyError = 0;  // SetPropA fails with this number
+    std::vector<std::intptr_t> procedures;
+
+    std::intptr_t SetWindowLongA(platform::WindowHandle window, std::int32_t index, std::intptr_t value) override {
+        if (index != platform::kGwlWndProc) return inner_.SetWindowLongA(window, index, value);
+        procedures.push_back(value);
+        last_ = procedureError;
+        if (procedureError != 0) return 0;
+        return inner_.SetWindowLongA(window, index, value);
+    }
+    bool SetPropA(platform::WindowHandle window, const std::string& name, std::intptr_t value) override {
+        last_ = propertyError;
+        return propertyError == 0 && inner_.SetPropA(window, name, value);
+    }
+    std::uint32_t LastError() override { return last_; }
+    std::string ErrorText(std::uint32_t number) override {
+        return number == 1400 ? "Invalid window handle." : number == 8 ? "Not enough memory." : "";
+    }
+
+private:
+    std::uint32_t last_ = 0;
+};
+
+struct FailingRig : builders::ProgramRig {
+    FailingWindows windows{machine};
+    platform::Services failing{services.app,        services.volumes, services.profile, windows,
+                               services.shell,      services.fso,     services.storage, services.devices,
+                               services.management, services.native};
+    app::Program prog{failing, view};
+
+    std::string Expected(std::uint32_t number, const std::string& text) const {
+        char hex[32];
+        std::snprintf(hex, sizeof hex, "%llX", static_cast<unsigned long long>(view.hWnd()));
+        return std::string("Error subclassing window &H") + hex + "\r\n\r\nErr# " + std::to_string(number) + ": " +
+               text;
+    }
+};
+
+TEST(Subclass, AFailureShowsTheErrorNumberAndTextOfTheStepThatFailed) {
+    {
+        FailingRig rig; // the procedure cannot be replaced
+        rig.windows.procedureError = 1400;
+        EXPECT_FALSE(notify::SubclassWindow(rig.prog, rig.view.hWnd(), 0x1234));
+        ASSERT_EQ(rig.machine.MessageBoxes().size(), 1u);
+        EXPECT_EQ(rig.machine.MessageBoxes()[0].text, rig.Expected(1400, "Invalid window handle."));
+        EXPECT_EQ(rig.machine.MessageBoxes()[0].type, platform::kMbOk | platform::kMbIconExclamation);
+        EXPECT_EQ(rig.windows.procedures.size(), 1u) << "nothing to put back";
+    }
+    {
+        FailingRig rig; // the replaced procedure cannot be kept: it is put back, and the error is the property's
+        rig.windows.propertyError = 8;
+        const auto before = rig.machine.CurrentProcedure(rig.view.hWnd());
+        EXPECT_FALSE(notify::SubclassWindow(rig.prog, rig.view.hWnd(), 0x1234));
+        ASSERT_EQ(rig.machine.MessageBoxes().size(), 1u);
+        EXPECT_EQ(rig.machine.MessageBoxes()[0].text, rig.Expected(8, "Not enough memory."));
+        EXPECT_EQ(rig.windows.procedures.size(), 2u);
+        EXPECT_EQ(rig.machine.CurrentProcedure(rig.view.hWnd()), before);
+    }
 }
 
 // --- commands ---

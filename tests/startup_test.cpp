@@ -231,6 +231,26 @@ TEST(Shutdown, CloseIsRefusedWhileReleasing) {
     EXPECT_TRUE(rig.machine.Exists(kIni));
 }
 
+TEST(Shutdown, TheSessionEndingIsACloseRequestRefusedWhileReleasing) {
+    Rig rig;
+    rig.Start();
+    rig.form->SetReleaseRunning(1);
+    EXPECT_FALSE(rig.form->SessionEnding()) << "the session is held back";
+    ASSERT_EQ(rig.machine.MessageBoxes().size(), 1u);
+    EXPECT_EQ(rig.machine.MessageBoxes()[0].text, "Cannot close program while USB drive(s) are being released.");
+    EXPECT_FALSE(rig.machine.Ended());
+    EXPECT_FALSE(rig.machine.Exists(kIni));
+
+    rig.form->SetReleaseRunning(0);
+    EXPECT_TRUE(rig.form->SessionEnding());
+    EXPECT_TRUE(rig.machine.Ended());
+    EXPECT_TRUE(rig.machine.Exists(kIni)) << "the settings are saved as at any close";
+    EXPECT_TRUE(rig.view.Visible(Ctl::frameUnloading));
+    EXPECT_EQ(rig.machine.MessageBoxes().size(), 1u);
+    EXPECT_TRUE(rig.form->SessionEnding()) << "an ended program lets the session go";
+    EXPECT_EQ(rig.machine.Calls("ExitProcess").size(), 1u);
+}
+
 TEST(Shutdown, NormalCloseWaitsShowsThePanelAndSaves) {
     Rig rig;
     rig.Start();

@@ -275,4 +275,11 @@ void frmMain::CloseRequested() {
     if (!ended_) Unload();
 }
 
+// A close that has begun already ends the process; otherwise the close
+// request decides, and a refusal keeps the session going.
+bool frmMain::SessionEnding() {
+    if (ended_ || closing_) return true;
+    return Unload();
+}
+
 } // namespace app

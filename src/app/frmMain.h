@@ -112,6 +112,7 @@ public:
     void Resize() override;
     void Activate() override;
     void CloseRequested() override;
+    bool SessionEnding() override;
 
 private:
     Program prog_;

@@ -18,14 +18,14 @@ bool SubclassWindow(app::Program& prog, platform::WindowHandle hWnd, std::intptr
     const bool ok = old != 0 && windows.SetPropA(hWnd, kOldWndProcProperty, old);
     if (ok) return true;
 
-    std::string why = "the window procedure could not be replaced";
-    if (old != 0) {
-        windows.SetWindowLongA(hWnd, platform::kGwlWndProc, old);
-        why = "the previous window procedure could not be kept on the window";
-    }
+    // The error of the step that failed, taken before the procedure is put back.
+    const std::uint32_t number = windows.LastError();
+    if (old != 0) windows.SetWindowLongA(hWnd, platform::kGwlWndProc, old);
     char hex[32];
     std::snprintf(hex, sizeof hex, "%llX", static_cast<unsigned long long>(hWnd));
-    windows.MessageBoxA(prog.view.hWnd(), std::string("Error subclassing window &H") + hex + "\r\n\r\nErr# 0: " + why,
+    windows.MessageBoxA(prog.view.hWnd(),
+                        std::string("Error subclassing window &H") + hex + "\r\n\r\nErr# " + std::to_string(number) +
+                            ": " + windows.ErrorText(number),
                         prog.sys.app.Title(), platform::kMbOk | platform::kMbIconExclamation);
     return false;
 }

@@ -42,6 +42,12 @@ public:
     virtual void Activate() = 0;
     // The close box, the system menu or a system shutdown asks the window to close.
     virtual void CloseRequested() = 0;
+    // The session is ending: the same close request, answered. False when
+    // the window refused to close and the session should not end yet.
+    virtual bool SessionEnding() {
+        CloseRequested();
+        return true;
+    }
 };
 
 class View {

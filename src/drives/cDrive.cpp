@@ -193,6 +193,15 @@ std::uintptr_t cDrive::LoadConnectIcon() {
     return prog_.sys.windows.LoadPicture(path + "Connect.ico");
 }
 
+// The tray object keeps the picture; without one it goes back at once.
+void cDrive::GiveToTray(std::uintptr_t icon) {
+    if (icon == 0) return;
+    if (prog_.gTray)
+        prog_.gTray->TrayIcon_Icon(icon);
+    else
+        prog_.sys.windows.ReleasePicture(icon);
+}
+
 void cDrive::mp_ReadUSBInfos() {
     m_USBInfos.Clear();
     const std::int32_t n = p_GetDL_Count();
@@ -202,14 +211,14 @@ void cDrive::mp_ReadUSBInfos() {
     }
     if (n == 0) {
         m_USBInfos.Add("0", "-2");
-        if (const auto icon = LoadConnectIcon(); icon != 0 && prog_.gTray) prog_.gTray->TrayIcon_Icon(icon);
+        GiveToTray(LoadConnectIcon());
         return;
     }
     // One drive: its USB.ini, read as key/value pairs in file order. A missing
     // Connect.ico or a broken USB.ini ends the rebuild with the list empty.
     const auto icon = LoadConnectIcon();
     if (icon == 0) return;
-    if (prog_.gTray) prog_.gTray->TrayIcon_Icon(icon);
+    GiveToTray(icon);
     const std::string file = p_GetDriveLetters("0") + "USB.ini";
     if (!mp_PathExists(file)) return;
     settings::basINI& ini = prog_.ini;
@@ -254,7 +263,7 @@ void cDrive::SetUSB_Info() {
     v.SetText(Ctl::txtDT_Cap, mp_GetDriveName(root));
     v.SetText(Ctl::txtFAT, mp_FileSystem());
     if (const auto icon = LoadConnectIcon(); icon != 0 && prog_.gTray) {
-        prog_.gTray->TrayIcon_Icon(icon);
+        GiveToTray(icon);
         auto handle = static_cast<std::uint32_t>(prog_.gTray->TrayIcon_Icon());
         prog_.gTray->TrayIcon_Modify(v.Text(Ctl::frmMain), handle);
     }

@@ -74,6 +74,7 @@ private:
     void mp_ReadUSBInfos();
     // Loads Connect.ico from the program's folder; 0 when it cannot be loaded.
     std::uintptr_t LoadConnectIcon();
+    void GiveToTray(std::uintptr_t icon);
 
     app::Program& prog_;
     KeyedList m_DriveTyps;

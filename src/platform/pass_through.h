@@ -88,6 +88,9 @@ public:
     }
     TwipsRect WorkArea() override { return inner_.WorkArea(); }
     std::uintptr_t LoadPicture(const std::string& file) override { return inner_.LoadPicture(file); }
+    void ReleasePicture(std::uintptr_t picture) override { inner_.ReleasePicture(picture); }
+    std::uint32_t LastError() override { return inner_.LastError(); }
+    std::string ErrorText(std::uint32_t number) override { return inner_.ErrorText(number); }
 
 protected:
     WindowSystem& inner_;

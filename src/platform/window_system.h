@@ -70,6 +70,13 @@ public:
     virtual TwipsRect WorkArea() = 0;
     // Loads a picture file (an icon); its handle, or 0 when it cannot be loaded.
     virtual std::uintptr_t LoadPicture(const std::string& file) = 0;
+    // Gives back a picture that LoadPicture returned; 0 and unknown handles are ignored.
+    virtual void ReleasePicture(std::uintptr_t /*picture*/) {}
+
+    // The system's error number of the last call on this thread that failed
+    // (0 when the system keeps none), and the system's text for a number.
+    virtual std::uint32_t LastError() { return 0; }
+    virtual std::string ErrorText(std::uint32_t /*number*/) { return {}; }
 };
 
 } // namespace platform

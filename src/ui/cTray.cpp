@@ -7,7 +7,16 @@
 
 namespace ui {
 
-cTray::~cTray() { TrayIcon_Delete(); }
+cTray::~cTray() {
+    TrayIcon_Delete();
+    program_.sys.windows.ReleasePicture(picture_);
+}
+
+void cTray::TrayIcon_Icon(std::uintptr_t lNew) {
+    if (lNew == picture_) return;
+    program_.sys.windows.ReleasePicture(picture_);
+    picture_ = lNew;
+}
 
 void cTray::put(std::size_t offset, std::uint32_t value) { platform::WriteLe32(record_, offset, value); }
 

@@ -36,14 +36,16 @@ public:
     using Record = std::array<std::uint8_t, kRecordSize>;
 
     explicit cTray(app::Program& program) : program_(program) {}
-    // Runs TrayIcon_Delete once.
+    // Runs TrayIcon_Delete once and gives the picture back.
     ~cTray();
     cTray(const cTray&) = delete;
     cTray& operator=(const cTray&) = delete;
 
-    // The picture used as the icon: a picture handle, 0 for none.
+    // The picture used as the icon: a picture handle, 0 for none. A new
+    // picture replaces the stored one, which is given back to the window
+    // system; the last one goes with the object.
     std::uintptr_t TrayIcon_Icon() const { return picture_; }
-    void TrayIcon_Icon(std::uintptr_t lNew) { picture_ = lNew; }
+    void TrayIcon_Icon(std::uintptr_t lNew);
 
     // Fills the whole record for the given window and adds the icon.
     void TrayIcon_Set(platform::WindowHandle lhWnd, const std::string& sCaption);

@@ -69,13 +69,19 @@ TEST(Win32Storage, VolumeControlsAndDosDeviceNames) {
         "\\\\.\\C:", 0, platform::kFileShareRead | platform::kFileShareWrite, platform::kOpenExisting, 0);
     ASSERT_NE(volume, platform::kInvalidHandleValue);
 
+    // The system drive's storage driver answers the bus-type query.
     std::array<std::uint8_t, platform::kStoragePropertyQuerySize> query{}; // StorageDeviceProperty, standard query
     std::array<std::uint8_t, platform::kStorageDeviceDescriptorSize> descriptor{};
+    descriptor[4] = platform::kStorageDeviceDescriptorSize; // Size, as the program sets it
     std::uint32_t returned = 0;
-    if (storage.DeviceIoControl(volume, platform::kIoctlStorageQueryProperty, query, descriptor, returned)) {
-        EXPECT_GE(returned, platform::kDescriptorBusTypeOffset + 4);
-        EXPECT_LE(descriptor[platform::kDescriptorBusTypeOffset], platform::kBusTypeMaxReserved);
-    }
+    ASSERT_TRUE(storage.DeviceIoControl(volume, platform::kIoctlStorageQueryProperty, query, descriptor, returned));
+    EXPECT_GE(returned, platform::kDescriptorBusTypeOffset + 4);
+    const std::uint32_t bus = descriptor[platform::kDescriptorBusTypeOffset] |
+                              descriptor[platform::kDescriptorBusTypeOffset + 1] << 8 |
+                              descriptor[platform::kDescriptorBusTypeOffset + 2] << 16 |
+                              static_cast<std::uint32_t>(descriptor[platform::kDescriptorBusTypeOffset + 3]) << 24;
+    EXPECT_GT(bus, 0u) << "a system disk sits on a known bus";
+    EXPECT_LE(bus, platform::kBusTypeMaxReserved);
     std::array<std::uint8_t, platform::kStorageDeviceNumberSize> number{};
     ASSERT_TRUE(storage.DeviceIoControl(volume, platform::kIoctlStorageGetDeviceNumber, {}, number, returned));
     EXPECT_EQ(returned, platform::kStorageDeviceNumberSize);

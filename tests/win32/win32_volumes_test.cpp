@@ -1,6 +1,10 @@
 // The Win32 backend's answers for drives, volumes, files, the scripting
 // object's drives and the profile functions, on the machine the tests run on
 // (under Wine: drives C: and Z:, both fixed, file system "NTFS").
+#include "platform/win32/raii.h"
+// The backend's header before any other boundary header: it clears a macro of <windows.h>.
+#include "platform/win32/backend.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/win32/backend.h"
+#include "drives/drive_rows.h"
 
 namespace {
 
@@ -156,6 +160,58 @@ TEST(Win32Scripting, DriveObjectsInLetterOrder) {
     ASSERT_FALSE(all.empty());
     for (std::size_t i = 1; i < all.size(); ++i) EXPECT_LT(all[i - 1].DriveLetter, all[i].DriveLetter);
     EXPECT_NE(std::find_if(all.begin(), all.end(), [](const auto& d) { return d.DriveLetter == "C"; }), all.end());
+}
+
+// Services of the machine the tests run on, with another scripting object.
+struct WithScripting {
+    win32::Backend backend;
+    win32::FileSystemObject fso;
+    platform::Services services{backend.app, backend.volumes, backend.profile, backend.windows,    backend.shell,
+                                fso,         backend.storage, backend.devices, backend.management, backend.native};
+    explicit WithScripting(win32::FileSystemObject::DriveTypeOf types) : fso(std::move(types)) {}
+};
+
+TEST(Win32Scripting, ADriveOfUnknownTypeIsListedAsUnknown) {
+    // The system cannot tell what C: is; a letter without a root is no drive.
+    WithScripting machine([](const std::string& root) -> std::uint32_t {
+        if (root == "C:\\") return 0; // DRIVE_UNKNOWN
+        return root == "Z:\\" ? platform::kDriveNoRootDir : platform::kDriveFixed;
+    });
+    const auto c = machine.fso.GetDrive("C:\\");
+    ASSERT_TRUE(c.has_value()) << "a drive of unknown type is a drive";
+    EXPECT_EQ(c->DriveType, platform::kFsoUnknown);
+    EXPECT_FALSE(machine.fso.GetDrive("Z:\\").has_value());
+
+    const auto all = machine.fso.Drives();
+    const auto at = std::find_if(all.begin(), all.end(), [](const auto& d) { return d.DriveLetter == "C"; });
+    ASSERT_NE(at, all.end());
+    EXPECT_EQ(at->DriveType, platform::kFsoUnknown);
+    EXPECT_EQ(std::find_if(all.begin(), all.end(), [](const auto& d) { return d.DriveLetter == "Z"; }), all.end());
+
+    // Its row in the drive list.
+    const auto entries = drives::DriveListEntries(machine.services);
+    ASSERT_FALSE(entries.empty());
+    EXPECT_EQ(entries[0].substr(0, 2), "c:");
+    const auto row = drives::ListRowOf(machine.services, entries[0]);
+    ASSERT_TRUE(row.has_value());
+    EXPECT_EQ(row->root, "C:\\");
+    EXPECT_EQ(row->kind, "Unknown");
+}
+
+// Searches over drives never stop at the system's "no disk" dialog: the
+// dialog is off for the thread while a search runs, and the mode before comes back.
+TEST(Win32Volumes, CriticalErrorDialogsAreOffOnlyWhileASearchRuns) {
+    DWORD before = 0;
+    ASSERT_TRUE(::SetThreadErrorMode(SEM_NOGPFAULTERRORBOX, &before));
+    {
+        const win32::QuietCriticalErrors quiet;
+        EXPECT_EQ(::GetThreadErrorMode(), static_cast<DWORD>(SEM_NOGPFAULTERRORBOX | SEM_FAILCRITICALERRORS));
+    }
+    EXPECT_EQ(::GetThreadErrorMode(), static_cast<DWORD>(SEM_NOGPFAULTERRORBOX));
+    win32::Volumes volumes;
+    EXPECT_EQ(volumes.Dir("C:\\no such folder\\Quorra.exe", platform::kAttrNormal), "");
+    EXPECT_EQ(::GetThreadErrorMode(), static_cast<DWORD>(SEM_NOGPFAULTERRORBOX));
+    ::SetThreadErrorMode(before, nullptr);
 }
 
 // The settings file is written and read back by the system's own profile functions.

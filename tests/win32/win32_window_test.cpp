@@ -5,13 +5,23 @@
 // The backend's header before any other boundary header: it clears a macro of <windows.h>.
 #include "platform/win32/backend.h"
 
+#include <commctrl.h>
 #include <gtest/gtest.h>
 #include <objbase.h>
 
+#include <array>
+#include <cstdio>
+#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "app/shell_notify.h"
+#include "core/program.h"
+#include "drives/cDrive.h"
+#include "notify/shell_report.h"
+#include "platform/pass_through.h"
 #include "platform/win32/native_window.h"
+#include "ui/cTray.h"
 
 namespace {
 
@@ -55,6 +65,23 @@ TEST(Win32Application, CurrentFolderAndProgramStart) {
     EXPECT_TRUE(app.ChDir(before));
     // The program file is named on its own: a missing one is not searched for.
     EXPECT_FALSE(app.CreateProcessA("C:\\no such folder\\Quorra.exe", "\"C:\\no such folder\\Quorra.exe\" E:\\"));
+}
+
+TEST(Win32Application, CommandLineIsWhatFollowsTheProgramName) {
+    using win32::Application;
+    EXPECT_EQ(Application::ArgumentsOf(L"\"C:\\Program Files\\Kestrine\\Kestrine.exe\"  E:\\"), "E:\\");
+    EXPECT_EQ(Application::ArgumentsOf(L"Kestrine.exe E:\\"), "E:\\");
+    EXPECT_EQ(Application::ArgumentsOf(L"C:\\Kestrine\\Kestrine.exe\t \tE:\\"), "E:\\");
+    // The rest stands as it is given: quotes, inner and trailing blanks, case.
+    EXPECT_EQ(Application::ArgumentsOf(L"\"Kestrine.exe\" \"e:\\\" "), "\"e:\\\" ");
+    EXPECT_EQ(Application::ArgumentsOf(L"\"Kestrine.exe\"E:\\"), "E:\\");
+    EXPECT_EQ(Application::ArgumentsOf(L"Kestrine.exe"), "");
+    EXPECT_EQ(Application::ArgumentsOf(L"\"C:\\a b\\Kestrine.exe\""), "");
+    EXPECT_EQ(Application::ArgumentsOf(L"\"C:\\unclosed E:\\"), "") << "an unclosed quote holds the whole line";
+    EXPECT_EQ(Application::ArgumentsOf(L""), "");
+    // The process's own line, from the system's wide form.
+    win32::Application app;
+    EXPECT_EQ(app.CommandLine(), Application::ArgumentsOf(::GetCommandLineW()));
 }
 
 // --- the procedure chain ---
@@ -138,18 +165,70 @@ TEST(Win32WindowSystem, TimerAndWorkArea) {
 
 // --- the shell ---
 
-TEST(Win32Shell, ChangeReportsRegisterForTheDesktopAndItsItemsCanBeRead) {
-    win32::Shell shell;
+// What the shell's registration function was given.
+struct Registration {
+    void* window = nullptr;
+    int sources = 0;
+    long events = 0;
+    unsigned message = 0;
+    int entries = 0;
+    const void* pidl = nullptr;
+    std::int32_t recursive = 0;
+};
+Registration gRegistration;
+
+unsigned long __stdcall RecordRegistration(void* window, int sources, long events, unsigned message, int entries,
+                                           const win32::Shell::NotifyEntry* entry) {
+    gRegistration = {window, sources, events, message, entries, entry->pidl, entry->recursive};
+    return 77;
+}
+
+// Services of the machine the tests run on, with another shell.
+struct WithShell {
+    win32::Backend backend;
+    win32::Shell& shell;
+    platform::Services services{backend.app, backend.volumes, backend.profile, backend.windows,    shell,
+                                backend.fso, backend.storage, backend.devices, backend.management, backend.native};
+    explicit WithShell(win32::Shell& s) : shell(s) {}
+};
+
+TEST(Win32Shell, ChangeReportsRegisterAsTheProgramDoesAndItemsCanBeRead) {
+    // The registration function is shell32's ordinal 2.
+    HMODULE shell32 = ::LoadLibraryA("shell32.dll");
+    ASSERT_NE(shell32, nullptr);
+    const auto byOrdinal = ::GetProcAddress(shell32, MAKEINTRESOURCEA(2));
+    ASSERT_NE(byOrdinal, nullptr);
+    EXPECT_EQ(reinterpret_cast<void*>(win32::Shell::SystemRegisterFunction()), reinterpret_cast<void*>(byOrdinal));
+
+    // What the program's registration hands the shell: every source and
+    // event, its message, one entry for the desktop, recursive as True (-1).
     HWND hwnd = MakeWindow();
-    platform::Pidl desktop = 0;
-    ASSERT_EQ(shell.SHGetSpecialFolderLocation(0, platform::kCsidlDesktop, desktop), 0);
-    ASSERT_NE(desktop, 0u);
-    // Every source and event, recursively, as the program registers.
-    EXPECT_NE(
-        shell.SHChangeNotifyRegister(win32::FromHwnd(hwnd), 0x3, 0x7FFFFFFF, platform::kWmShNotify, desktop, true), 0u);
+    {
+        win32::Shell recording(&RecordRegistration);
+        WithShell machine(recording);
+        gRegistration = {};
+        const notify::ShellRegistration r = notify::RegisterForAllReports(machine.services, win32::FromHwnd(hwnd));
+        EXPECT_EQ(r.id, 77u);
+        ASSERT_NE(r.desktopPidl, 0u);
+        EXPECT_EQ(gRegistration.window, hwnd);
+        EXPECT_EQ(gRegistration.sources, 0xFF);
+        EXPECT_EQ(gRegistration.events, -1L);
+        EXPECT_EQ(gRegistration.message, 0x401u);
+        EXPECT_EQ(gRegistration.entries, 1);
+        EXPECT_EQ(gRegistration.pidl, reinterpret_cast<const void*>(r.desktopPidl));
+        EXPECT_EQ(gRegistration.recursive, -1);
+        ::CoTaskMemFree(reinterpret_cast<void*>(r.desktopPidl));
+    }
+
+    // The same registration with the system's shell is accepted.
+    win32::Shell shell;
+    WithShell machine(shell);
+    const notify::ShellRegistration r = notify::RegisterForAllReports(machine.services, win32::FromHwnd(hwnd));
+    EXPECT_NE(r.id, 0u);
+    ASSERT_NE(r.desktopPidl, 0u);
 
     std::array<std::uint8_t, 352> info{};
-    EXPECT_NE(shell.SHGetFileInfoA(desktop, 0, info, platform::kShgfiPidl | platform::kShgfiDisplayName), 0u);
+    EXPECT_NE(shell.SHGetFileInfoA(r.desktopPidl, 0, info, platform::kShgfiPidl | platform::kShgfiDisplayName), 0u);
     EXPECT_NE(info[12], 0) << "a display name at offset 12";
 
     // Reading the program's own memory by address; an address of nothing fails.
@@ -158,7 +237,6 @@ TEST(Win32Shell, ChangeReportsRegisterForTheDesktopAndItsItemsCanBeRead) {
     EXPECT_TRUE(shell.CopyMemory(copy, reinterpret_cast<std::uintptr_t>(source.data())));
     EXPECT_EQ(copy, source);
     EXPECT_FALSE(shell.CopyMemory(copy, 0));
-    ::CoTaskMemFree(reinterpret_cast<void*>(desktop));
     ::DestroyWindow(hwnd);
 }
 
@@ -169,14 +247,25 @@ struct Recorder : app::ViewEvents {
     void Click(app::Ctl c) override { seen.push_back("click " + std::string(app::Spec(c).name)); }
     void DblClick(app::Ctl) override {}
     void Change(app::Ctl c) override { seen.push_back("change " + std::string(app::Spec(c).name)); }
-    void KeyDown(app::Ctl, std::int16_t&, std::int16_t) override {}
-    void KeyUp(app::Ctl, std::int16_t&, std::int16_t) override {}
+    void KeyDown(app::Ctl c, std::int16_t& code, std::int16_t shift) override {
+        seen.push_back("keydown " + std::string(app::Spec(c).name) + " " + std::to_string(code) + " " +
+                       std::to_string(shift));
+        if (code == 46) code = 0; // the logic takes Delete
+    }
+    void KeyUp(app::Ctl c, std::int16_t&, std::int16_t shift) override {
+        seen.push_back("keyup " + std::string(app::Spec(c).name) + " " + std::to_string(shift));
+    }
     void MouseUp(app::Ctl, std::int16_t, std::int16_t, float, float) override {}
     void Validate(app::Ctl, bool&) override {}
     void Tick(app::Ctl) override {}
     void Resize() override { seen.push_back("resize"); }
     void Activate() override { seen.push_back("activate"); }
     void CloseRequested() override { seen.push_back("close"); }
+    bool refuse = false; // the close request's answer to the session ending
+    bool SessionEnding() override {
+        seen.push_back("session");
+        return !refuse;
+    }
 };
 
 TEST(Win32NativeWindow, ControlsBehaveAsTheLogicExpects) {
@@ -279,6 +368,196 @@ TEST(Win32NativeWindow, ControlsBehaveAsTheLogicExpects) {
     EXPECT_EQ(events.seen, (std::vector<std::string>{"close"}));
     EXPECT_TRUE(::IsWindow(win32::ToHwnd(view->hWnd())));
     view->SetEvents(nullptr);
+}
+
+// The main window made as the program makes it, shown, reporting to a recorder.
+struct ShownWindow {
+    win32::Application application;
+    win32::WindowSystem windows;
+    std::unique_ptr<win32::NativeWindow> view = win32::NativeWindow::Create(windows, application.HiddenWindow());
+    Recorder events;
+
+    ShownWindow() {
+        if (!view) return;
+        view->SetEvents(&events);
+        view->Show();
+        events.seen.clear();
+    }
+    ~ShownWindow() {
+        if (view) view->SetEvents(nullptr);
+    }
+    HWND main() const { return win32::ToHwnd(view->hWnd()); }
+    HWND list() const { return win32::ToHwnd(view->ControlWindow(app::Ctl::ListView1)); }
+};
+
+TEST(Win32NativeWindow, OuterSizeAndClientAreaAreTheDesignedOnes) {
+    ShownWindow w;
+    ASSERT_NE(w.view, nullptr);
+    RECT outer{}, client{};
+    ::GetWindowRect(w.main(), &outer);
+    ::GetClientRect(w.main(), &client);
+    EXPECT_EQ(outer.right - outer.left, win32::TwipsToPixels(app::kFormWidth));
+    EXPECT_EQ(outer.bottom - outer.top, win32::TwipsToPixels(app::kFormHeight));
+    EXPECT_NEAR(client.right, win32::TwipsToPixels(app::kClientWidth), 1);
+    EXPECT_NEAR(client.bottom, win32::TwipsToPixels(app::kClientHeight), 1);
+    EXPECT_NEAR(w.view->ScaleWidth(app::Ctl::frmMain), app::kClientWidth, 15);
+    EXPECT_NEAR(w.view->ScaleHeight(app::Ctl::frmMain), app::kClientHeight, 15);
+}
+
+TEST(Win32NativeWindow, ListColumnsKeepTheirDesignedWidths) {
+    using app::Ctl;
+    ShownWindow w;
+    ASSERT_NE(w.view, nullptr);
+    std::vector<int> widths;
+    for (const auto& column : app::ListViewColumns()) {
+        w.view->AddColumn(Ctl::ListView1, std::string(column.caption), column.width);
+        widths.push_back(column.width);
+    }
+    ASSERT_EQ(widths, (std::vector<int>{760, 2320, 1000}));
+    // A caption wider than its column does not widen it.
+    w.view->AddColumn(Ctl::ListView1, "A caption far wider than its column", 300);
+    widths.push_back(300);
+    const auto check = [&](const char* when) {
+        for (std::size_t i = 0; i < widths.size(); ++i)
+            EXPECT_EQ(ListView_GetColumnWidth(w.list(), static_cast<int>(i)), win32::TwipsToPixels(widths[i]))
+                << "column " << i << " " << when;
+    };
+    check("after adding");
+    // Rows far wider than the columns, then a refill with short ones.
+    for (int round = 0; round < 2; ++round) {
+        w.view->ClearItems(Ctl::ListView1);
+        for (const char* root : {"C:\\", "E:\\", "F:\\"}) {
+            const int item = w.view->AddItem(Ctl::ListView1, root);
+            w.view->SetSubItem(Ctl::ListView1, item, 1, round == 0 ? std::string(80, 'W') : "STICK");
+            w.view->SetSubItem(Ctl::ListView1, item, 2, round == 0 ? std::string(40, 'W') : "Fixed");
+        }
+        check(round == 0 ? "after long rows" : "after a refill");
+    }
+}
+
+// Sends a key to the drive list with the given modifiers held.
+LRESULT SendKey(HWND list, UINT message, WPARAM key, bool shift, bool ctrl, bool alt) {
+    BYTE keys[256]{};
+    ::GetKeyboardState(keys);
+    keys[VK_SHIFT] = shift ? 0x80 : 0;
+    keys[VK_CONTROL] = ctrl ? 0x80 : 0;
+    keys[VK_MENU] = alt ? 0x80 : 0;
+    ::SetKeyboardState(keys);
+    const LPARAM flags = alt ? (1 << 29) : 0; // the context code of a key with Alt held
+    const LRESULT result = ::SendMessageA(list, message, key, flags | 1);
+    keys[VK_SHIFT] = keys[VK_CONTROL] = keys[VK_MENU] = 0;
+    ::SetKeyboardState(keys);
+    return result;
+}
+
+TEST(Win32NativeWindow, ListKeysReachTheLogicWithAnyModifiersAltIncluded) {
+    ShownWindow w;
+    ASSERT_NE(w.view, nullptr);
+    SendKey(w.list(), WM_KEYDOWN, VK_DELETE, false, false, false);
+    SendKey(w.list(), WM_KEYDOWN, VK_RETURN, true, true, false);
+    // With Alt held the system sends the keys as system keys.
+    SendKey(w.list(), WM_SYSKEYDOWN, VK_DELETE, false, false, true);
+    SendKey(w.list(), WM_SYSKEYDOWN, VK_F2, true, true, true);
+    SendKey(w.list(), WM_SYSKEYUP, VK_DELETE, false, false, true);
+    EXPECT_EQ(w.events.seen,
+              (std::vector<std::string>{"keydown ListView1 46 0", "keydown ListView1 13 3", "keydown ListView1 46 4",
+                                        "keydown ListView1 113 7", "keyup ListView1 4"}));
+}
+
+TEST(Win32NativeWindow, TheSessionEndingRunsTheCloseRequestAndARefusalHoldsItBack) {
+    ShownWindow w;
+    ASSERT_NE(w.view, nullptr);
+    w.events.refuse = true;
+    EXPECT_EQ(::SendMessageA(w.main(), WM_QUERYENDSESSION, 0, 0), FALSE);
+    EXPECT_EQ(w.events.seen, (std::vector<std::string>{"session"}));
+    w.events.refuse = false;
+    EXPECT_NE(::SendMessageA(w.main(), WM_QUERYENDSESSION, 0, ENDSESSION_LOGOFF), FALSE);
+    EXPECT_EQ(w.events.seen.size(), 2u);
+    // The end itself: the close runs when the session really ends, not when it goes on.
+    ::SendMessageA(w.main(), WM_ENDSESSION, FALSE, 0);
+    EXPECT_EQ(w.events.seen.size(), 2u);
+    ::SendMessageA(w.main(), WM_ENDSESSION, TRUE, 0);
+    EXPECT_EQ(w.events.seen, (std::vector<std::string>{"session", "session", "session"}));
+    EXPECT_TRUE(::IsWindow(w.main()));
+}
+
+// --- the logic on the window and the system ---
+
+// The window system with its message boxes written down instead of shown.
+class QuietWindows : public platform::WindowSystemPassThrough {
+public:
+    using WindowSystemPassThrough::WindowSystemPassThrough;
+    std::vector<std::string> boxes;
+    std::int32_t MessageBoxA(platform::WindowHandle, const std::string& text, const std::string&,
+                             std::uint32_t) override {
+        boxes.push_back(text);
+        return 1;
+    }
+};
+
+// The program's objects on this machine, in the main window, without the form.
+struct ProgramOnWindow {
+    win32::Backend backend;
+    QuietWindows windows{backend.windows};
+    platform::Services services{backend.app,        backend.volumes, backend.profile, windows,
+                                backend.shell,      backend.fso,     backend.storage, backend.devices,
+                                backend.management, backend.native};
+    std::unique_ptr<win32::NativeWindow> view =
+        win32::NativeWindow::Create(backend.windows, backend.app.HiddenWindow());
+    std::unique_ptr<app::Program> prog = view ? std::make_unique<app::Program>(services, *view) : nullptr;
+};
+
+TEST(Win32Subclass, AFailureNamesTheSystemsErrorNumberAndText) {
+    ProgramOnWindow p;
+    ASSERT_NE(p.prog, nullptr);
+    HWND gone = MakeWindow();
+    ::DestroyWindow(gone);
+    const auto window = win32::FromHwnd(gone);
+    EXPECT_EQ(
+        p.backend.windows.SetWindowLongA(window, platform::kGwlWndProc, reinterpret_cast<std::intptr_t>(&FirstProc)),
+        0);
+    const std::uint32_t number = p.backend.windows.LastError();
+    EXPECT_NE(number, 0u) << "the system keeps why it failed";
+    const std::string text = p.backend.windows.ErrorText(number);
+    EXPECT_FALSE(text.empty());
+    EXPECT_NE(text.back(), '\n');
+    EXPECT_EQ(p.backend.windows.ErrorText(0), "");
+
+    EXPECT_FALSE(notify::SubclassWindow(*p.prog, window, reinterpret_cast<std::intptr_t>(&notify::ShellNotifyProc)));
+    char hex[32];
+    std::snprintf(hex, sizeof hex, "%llX", static_cast<unsigned long long>(window));
+    ASSERT_EQ(p.windows.boxes.size(), 1u);
+    EXPECT_EQ(p.windows.boxes[0], std::string("Error subclassing window &H") + hex + "\r\n\r\nErr# " +
+                                      std::to_string(number) + ": " + text);
+}
+
+// Every drive event and row click loads Connect.ico afresh; the tray keeps
+// one picture and gives the one it replaces back.
+TEST(Win32Tray, PicturesAreGivenBackSoNoHandleGrowsWithEventsAndClicks) {
+    ProgramOnWindow p;
+    ASSERT_NE(p.prog, nullptr);
+    ASSERT_TRUE(std::filesystem::exists(p.backend.app.Path() + "\\Connect.ico")) << "copied beside the tests";
+    app::Program& prog = *p.prog;
+    prog.gTray = std::make_unique<ui::cTray>(prog);
+    prog.gDrive = std::make_unique<drives::cDrive>(prog);
+    for (const auto& [text, power] : {std::pair{"GB", 3}, std::pair{"MB", 2}}) {
+        p.view->AddListItem(app::Ctl::cmbSize, text);
+        p.view->SetItemData(app::Ctl::cmbSize, p.view->ListCount(app::Ctl::cmbSize) - 1, power);
+    }
+    const DWORD userObjects = ::GetGuiResources(::GetCurrentProcess(), GR_USEROBJECTS);
+    for (int i = 0; i < 40; ++i) {
+        prog.gDrive->mp_GetDriveTyps(); // as after an arrival
+        std::string first = prog.gDrive->p_GetDriveLetters("0");
+        prog.gDrive->ChooseUSB_Info(first);
+        std::string clicked = "C:\\"; // as a click on a row
+        prog.gDrive->ChooseUSB_Info(clicked);
+    }
+    EXPECT_EQ(p.backend.windows.LoadedPictures(), 1u);
+    EXPECT_NE(prog.gTray->TrayIcon_Icon(), 0u);
+    EXPECT_LE(::GetGuiResources(::GetCurrentProcess(), GR_USEROBJECTS), userObjects + 2);
+    prog.gTray.reset();
+    EXPECT_EQ(p.backend.windows.LoadedPictures(), 0u);
+    EXPECT_TRUE(p.windows.boxes.empty()) << (p.windows.boxes.empty() ? "" : p.windows.boxes[0]);
 }
 
 } // namespace

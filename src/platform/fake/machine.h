@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -242,6 +243,9 @@ public:
     bool FlashWindow(platform::WindowHandle window, bool invert) override;
     platform::TwipsRect WorkArea() override;
     std::uintptr_t LoadPicture(const std::string& file) override;
+    void ReleasePicture(std::uintptr_t picture) override;
+    // The pictures loaded and not yet given back.
+    std::size_t LivePictures() const { return livePictures_.size(); }
 
     // Shell
     std::intptr_t ShellExecuteA(platform::WindowHandle owner, const std::string& verb, const std::string& file,
@@ -308,6 +312,7 @@ private:
     std::map<platform::WindowHandle, bool> topmost_;
     portable::TrayIcons trayIcons_;
     std::uintptr_t nextPicture_ = 0x7000;
+    std::set<std::uintptr_t> livePictures_;
     bool ended_ = false;
     std::uint32_t exitCode_ = 0;
     std::int64_t yields_ = 0;

@@ -179,8 +179,14 @@ std::uintptr_t Machine::LoadPicture(const std::string& file) {
     std::uintptr_t handle = 0;
     const Drive* d = driveOf(file);
     if (d != nullptr && d->ready && FileContent(file).has_value()) handle = nextPicture_++;
+    if (handle != 0) livePictures_.insert(handle);
     record("LoadPicture", {Quote(file)}, std::to_string(handle), false);
     return handle;
+}
+
+void Machine::ReleasePicture(std::uintptr_t picture) {
+    const bool known = livePictures_.erase(picture) != 0;
+    record("ReleasePicture", {std::to_string(picture)}, known ? "released" : "unknown", false);
 }
 
 } // namespace fake

@@ -60,19 +60,30 @@ std::string Application::Path() {
     return path;
 }
 
-// The command line less the program name (quoted or not) and the blanks after it.
-std::string Application::CommandLine() {
-    const char* p = ::GetCommandLineA();
-    if (p == nullptr) return {};
-    if (*p == '"') {
-        ++p;
-        while (*p != '\0' && *p != '"') ++p;
-        if (*p == '"') ++p;
+std::string Application::ArgumentsOf(const std::wstring& commandLine) {
+    std::size_t at = 0;
+    const std::size_t n = commandLine.size();
+    if (n > 0 && commandLine[0] == L'"') {
+        at = commandLine.find(L'"', 1);
+        at = at == std::wstring::npos ? n : at + 1;
     } else {
-        while (*p != '\0' && *p != ' ' && *p != '\t') ++p;
+        while (at < n && commandLine[at] != L' ' && commandLine[at] != L'\t') ++at;
     }
-    while (*p == ' ' || *p == '\t') ++p;
-    return p;
+    while (at < n && (commandLine[at] == L' ' || commandLine[at] == L'\t')) ++at;
+    const std::wstring rest = commandLine.substr(at);
+    if (rest.empty()) return {};
+    const int wide = static_cast<int>(rest.size());
+    const int bytes = ::WideCharToMultiByte(CP_ACP, 0, rest.c_str(), wide, nullptr, 0, nullptr, nullptr);
+    if (bytes <= 0) return {};
+    std::string out(static_cast<std::size_t>(bytes), '\0');
+    ::WideCharToMultiByte(CP_ACP, 0, rest.c_str(), wide, out.data(), bytes, nullptr, nullptr);
+    return out;
+}
+
+// The command line as the system gives it to the process, less the program's name.
+std::string Application::CommandLine() {
+    const wchar_t* line = ::GetCommandLineW();
+    return line == nullptr ? std::string{} : ArgumentsOf(line);
 }
 
 void Application::ExitProcess(std::uint32_t code) { ::ExitProcess(code); }

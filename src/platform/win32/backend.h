@@ -41,6 +41,11 @@ public:
     bool CreateProcessA(const std::string& applicationName, const std::string& commandLine) override;
 
     platform::WindowHandle HiddenWindow() const { return hidden_; }
+    // What follows the program's name on a command line, as CommandLine
+    // gives it: the name ends at its closing quote when it starts with one,
+    // else at the first blank; the blanks after it are dropped and the rest
+    // is kept as it stands, in the ANSI code page.
+    static std::string ArgumentsOf(const std::wstring& commandLine);
 
 private:
     std::uintptr_t mutex_ = 0;
@@ -123,14 +128,36 @@ public:
                       std::int32_t cx, std::int32_t cy, std::uint32_t flags) override;
     platform::TwipsRect WorkArea() override;
     std::uintptr_t LoadPicture(const std::string& file) override;
+    void ReleasePicture(std::uintptr_t picture) override;
+    std::uint32_t LastError() override;
+    std::string ErrorText(std::uint32_t number) override;
+
+    // The pictures loaded and not given back yet.
+    std::size_t LoadedPictures() const { return pictures_.size(); }
 
 private:
     MessageFilter filter_;
-    std::vector<std::uintptr_t> pictures_; // icons loaded from files, destroyed with the service
+    std::vector<std::uintptr_t> pictures_; // icons loaded from files; the rest are destroyed with the service
 };
 
 class Shell : public platform::Shell {
 public:
+    // shell32's change registration, SHChangeNotifyRegister, exported by
+    // ordinal 2. One watched item: its identifier list and a 32-bit Boolean
+    // recursive flag.
+    struct NotifyEntry {
+        const void* pidl;
+        std::int32_t recursive;
+    };
+    using RegisterFunction = unsigned long(__stdcall*)(void* window, int sources, long events, unsigned message,
+                                                       int entries, const NotifyEntry* entry);
+    // The function as the system exports it; nullptr when shell32 has no ordinal 2.
+    static RegisterFunction SystemRegisterFunction();
+
+    Shell() = default;
+    // Registers through another function of the same kind (a test's recorder).
+    explicit Shell(RegisterFunction registerFunction) : register_(registerFunction), ownRegister_(true) {}
+
     std::intptr_t ShellExecuteA(platform::WindowHandle owner, const std::string& verb, const std::string& file,
                                 const std::string& parameters, const std::string& directory,
                                 std::int32_t showCommand) override;
@@ -143,6 +170,10 @@ public:
                                   std::uint32_t flags) override;
     bool SHGetPathFromIDListA(platform::Pidl pidl, std::span<char, 260> path) override;
     bool CopyMemory(std::span<std::uint8_t> destination, std::uintptr_t source) override;
+
+private:
+    RegisterFunction register_ = nullptr;
+    bool ownRegister_ = false;
 };
 
 // The scripting object's drive objects, answered from the same kernel32 and
@@ -150,8 +181,19 @@ public:
 // connection of a drive letter).
 class FileSystemObject : public platform::FileSystemObject {
 public:
+    // The system's type code of a root such as "E:\\" (GetDriveTypeA).
+    using DriveTypeOf = std::function<std::uint32_t(const std::string& root)>;
+    FileSystemObject();
+    // Asks another source for the drive types (a test's).
+    explicit FileSystemObject(DriveTypeOf driveType) : driveType_(std::move(driveType)) {}
+
     std::optional<platform::ScriptingDrive> GetDrive(const std::string& root) override;
     std::vector<platform::ScriptingDrive> Drives() override;
+
+private:
+    std::optional<platform::ScriptingDrive> describe(char letter);
+
+    DriveTypeOf driveType_;
 };
 
 class Storage : public platform::Storage {

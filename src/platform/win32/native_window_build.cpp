@@ -231,6 +231,9 @@ bool Window::build() {
                               instance, nullptr);
     if (main_ == nullptr) return false;
     ::SetWindowLongPtrA(main_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+    // The client area is worked out again, now by the window's own procedure.
+    ::SetWindowPos(main_, nullptr, 0, 0, 0, 0,
+                   SWP_NOMOVE | SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE | SWP_FRAMECHANGED);
     at(Ctl::frmMain).hwnd = main_;
     state(Ctl::frmMain).visible = false;
     bigIcon_ = LoadIconOfSize(IDI_KESTRINE, ::GetSystemMetrics(SM_CXICON));

@@ -242,6 +242,40 @@ bool Window::fromControl(UINT message, WPARAM wParam, LPARAM lParam, LRESULT& re
     }
 }
 
+// The frame, caption and menu bar take the designed share of the outer size
+// even where the system's own take less: what is left over is a band of the
+// window's colour at the sides and below, outside the client area. So at the
+// designed outer size the client area is the designed one.
+void Window::fitClient(const RECT& outer, RECT& client) const {
+    const int frameWidth = TwipsToPixels(app::kFormWidth) - TwipsToPixels(app::kClientWidth);
+    const int frameHeight = TwipsToPixels(app::kFormHeight) - TwipsToPixels(app::kClientHeight);
+    const int extraWidth = frameWidth - ((outer.right - outer.left) - (client.right - client.left));
+    const int extraHeight = frameHeight - ((outer.bottom - outer.top) - (client.bottom - client.top));
+    if (extraWidth > 0 && client.right - client.left > extraWidth) {
+        client.left += extraWidth / 2;
+        client.right -= extraWidth - extraWidth / 2;
+    }
+    if (extraHeight > 0 && client.bottom - client.top > extraHeight) client.bottom -= extraHeight;
+}
+
+void Window::paintBand() const {
+    RECT outer{};
+    ::GetWindowRect(main_, &outer);
+    RECT band = outer; // the client area as the system would have made it, in screen coordinates
+    ::DefWindowProcA(main_, WM_NCCALCSIZE, FALSE, reinterpret_cast<LPARAM>(&band));
+    RECT client{};
+    ::GetClientRect(main_, &client);
+    ::MapWindowPoints(main_, nullptr, reinterpret_cast<POINT*>(&client), 2);
+    if (::EqualRect(&band, &client)) return;
+    HDC dc = ::GetWindowDC(main_);
+    if (dc == nullptr) return;
+    ::OffsetRect(&band, -outer.left, -outer.top);
+    ::OffsetRect(&client, -outer.left, -outer.top);
+    ::ExcludeClipRect(dc, client.left, client.top, client.right, client.bottom);
+    ::FillRect(dc, &band, BrushFor(ToColorRef(app::kWindowColor)));
+    ::ReleaseDC(main_, dc);
+}
+
 LRESULT CALLBACK Window::MainProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam) {
     Window* self = FromUserData(hWnd);
     if (self == nullptr) return ::DefWindowProcA(hWnd, message, wParam, lParam);
@@ -250,6 +284,19 @@ LRESULT CALLBACK Window::MainProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM
     case WM_SIZE:
         if (self->live() && !self->showing_) self->events_->Resize();
         return 0;
+    case WM_NCCALCSIZE: {
+        auto* sizes = reinterpret_cast<NCCALCSIZE_PARAMS*>(lParam);
+        const RECT outer = sizes->rgrc[0];
+        const LRESULT result = ::DefWindowProcA(hWnd, message, wParam, lParam);
+        if (wParam != FALSE && !::IsIconic(hWnd)) self->fitClient(outer, sizes->rgrc[0]);
+        return result;
+    }
+    case WM_NCPAINT:
+    case WM_NCACTIVATE: {
+        const LRESULT result = ::DefWindowProcA(hWnd, message, wParam, lParam);
+        self->paintBand();
+        return result;
+    }
     case WM_ACTIVATE:
         // The control that had the focus gets it back when the window is active again.
         if (LOWORD(wParam) == WA_INACTIVE) {
@@ -269,6 +316,14 @@ LRESULT CALLBACK Window::MainProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM
         return ::DefWindowProcA(hWnd, message, wParam, lParam);
     case WM_CLOSE:
         if (self->events_) self->events_->CloseRequested();
+        return 0;
+    case WM_QUERYENDSESSION:
+        // The session ending is a close request like any other; a refused
+        // close holds the session back.
+        return self->events_ == nullptr || self->events_->SessionEnding() ? TRUE : FALSE;
+    case WM_ENDSESSION:
+        // Ending without having asked first: the close request runs all the same.
+        if (wParam != FALSE && self->events_) self->events_->SessionEnding();
         return 0;
     case WM_DESTROY:
         ::PostQuitMessage(0);
@@ -309,19 +364,22 @@ LRESULT CALLBACK Window::PaintProc(HWND hWnd, UINT message, WPARAM wParam, LPARA
     return 0;
 }
 
-// The drive list's keys: the logic sees each key going down and up, and a
-// key whose code it sets to 0 goes no further.
+// The drive list's keys: the logic sees each key going down and up, with
+// any modifiers (with Alt held the system sends them as WM_SYSKEYDOWN and
+// WM_SYSKEYUP), and a key whose code it sets to 0 goes no further.
 LRESULT CALLBACK Window::ListProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam, UINT_PTR, DWORD_PTR data) {
     auto* self = reinterpret_cast<Window*>(data);
     if (message == WM_GETDLGCODE) return DLGC_WANTALLKEYS | ::DefSubclassProc(hWnd, message, wParam, lParam);
-    if ((message == WM_KEYDOWN || message == WM_KEYUP) && self != nullptr && self->live()) {
+    const bool down = message == WM_KEYDOWN || message == WM_SYSKEYDOWN;
+    const bool up = message == WM_KEYUP || message == WM_SYSKEYUP;
+    if ((down || up) && self != nullptr && self->live()) {
         const Ctl c = self->controlOf(hWnd);
         std::int16_t shift = 0;
         if (::GetKeyState(VK_SHIFT) < 0) shift |= app::kShiftMask;
         if (::GetKeyState(VK_CONTROL) < 0) shift |= app::kCtrlMask;
         if (::GetKeyState(VK_MENU) < 0) shift |= app::kAltMask;
         auto code = static_cast<std::int16_t>(wParam);
-        if (message == WM_KEYDOWN)
+        if (down)
             self->events_->KeyDown(c, code, shift);
         else
             self->events_->KeyUp(c, code, shift);

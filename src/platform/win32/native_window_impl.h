@@ -183,6 +183,8 @@ private:
     void paintPicture(HWND box);
     void paintImage(HWND image);
     bool onMnemonic(char key);
+    void fitClient(const RECT& outer, RECT& client) const;
+    void paintBand() const;
     static int itemIndex(Ctl, int item) { return item - 1; }
     bool validItem(Ctl list, int item) const { return item >= 1 && item <= ItemCount(list); }
     bool isCombo(Ctl c) const {

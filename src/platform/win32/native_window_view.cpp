@@ -181,31 +181,16 @@ void Window::SetWindowState(int state) {
 
 // --- the report-view list ---
 
+// Columns keep the width the logic gives them, in twips, whatever their
+// caption or the rows below them.
 void Window::AddColumn(Ctl list, const std::string& caption, int widthTwips) {
     LVCOLUMNA column{};
     column.mask = LVCF_TEXT | LVCF_WIDTH | LVCF_SUBITEM;
-    // Never narrower than its caption: a substitute font may be wider than the designed one.
-    const int captionWidth = static_cast<int>(::SendMessageA(at(list).hwnd, LVM_GETSTRINGWIDTHA, 0,
-                                                             reinterpret_cast<LPARAM>(caption.c_str()))) +
-                             16;
-    column.cx = std::max(TwipsToPixels(widthTwips), captionWidth);
+    column.cx = TwipsToPixels(widthTwips);
     column.pszText = const_cast<char*>(caption.c_str());
     column.iSubItem = ColumnCount(list);
-    HWND hwnd = at(list).hwnd;
-    ::SendMessageA(hwnd, LVM_INSERTCOLUMNA, static_cast<WPARAM>(column.iSubItem), reinterpret_cast<LPARAM>(&column));
-    // What a widened caption adds comes off the widest column, so the rows
-    // still fit without a horizontal scroll bar.
-    RECT client{};
-    ::GetClientRect(hwnd, &client);
-    const int count = ColumnCount(list);
-    int total = 0, widest = 0;
-    for (int i = 0; i < count; ++i) {
-        total += ListView_GetColumnWidth(hwnd, i);
-        if (ListView_GetColumnWidth(hwnd, i) > ListView_GetColumnWidth(hwnd, widest)) widest = i;
-    }
-    const int excess = total - (client.right - ::GetSystemMetrics(SM_CXVSCROLL));
-    if (excess > 0 && total - TwipsToPixels(widthTwips) < client.right)
-        ListView_SetColumnWidth(hwnd, widest, std::max(ListView_GetColumnWidth(hwnd, widest) - excess, 24));
+    ::SendMessageA(at(list).hwnd, LVM_INSERTCOLUMNA, static_cast<WPARAM>(column.iSubItem),
+                   reinterpret_cast<LPARAM>(&column));
 }
 
 int Window::ColumnCount(Ctl list) const {

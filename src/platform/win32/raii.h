@@ -62,6 +62,25 @@ private:
     std::size_t size_;
 };
 
+// While it lives, the system fails a call on a drive without its medium
+// instead of asking the user (the "no disk" dialog) on this thread; the
+// thread's error mode before comes back at the end.
+class QuietCriticalErrors {
+public:
+    QuietCriticalErrors() {
+        set_ = ::SetThreadErrorMode(::GetThreadErrorMode() | SEM_FAILCRITICALERRORS, &before_) != FALSE;
+    }
+    ~QuietCriticalErrors() {
+        if (set_) ::SetThreadErrorMode(before_, nullptr);
+    }
+    QuietCriticalErrors(const QuietCriticalErrors&) = delete;
+    QuietCriticalErrors& operator=(const QuietCriticalErrors&) = delete;
+
+private:
+    DWORD before_ = 0;
+    bool set_ = false;
+};
+
 // Boundary handles and window handles as Windows types, and back.
 inline HANDLE ToHandle(std::intptr_t h) { return reinterpret_cast<HANDLE>(h); }
 inline std::intptr_t FromHandle(HANDLE h) { return reinterpret_cast<std::intptr_t>(h); }

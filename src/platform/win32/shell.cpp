@@ -52,19 +52,20 @@ std::int32_t Shell::Shell_NotifyIconA(std::uint32_t message, std::span<const std
     return ::Shell_NotifyIconA(message, &nid) ? 1 : 0;
 }
 
-// The shell's change reports: SHChangeNotifyRegister is looked up among the
-// shell's exports by name at first use.
+// The shell's change reports. shell32 has exported SHChangeNotifyRegister by
+// ordinal 2 since its first version; it is looked up by that ordinal at first
+// use. The watched item's recursive flag is the 32-bit True, all bits set.
+Shell::RegisterFunction Shell::SystemRegisterFunction() {
+    return Export<RegisterFunction>("shell32.dll", MAKEINTRESOURCEA(2));
+}
+
 std::uint32_t Shell::SHChangeNotifyRegister(platform::WindowHandle window, std::int32_t sources, std::int32_t events,
                                             std::uint32_t message, platform::Pidl root, bool recursive) {
-    struct Entry {
-        const void* pidl;
-        BOOL recursive;
-    };
-    using Fn = ULONG(WINAPI*)(HWND, int, LONG, UINT, int, const Entry*);
-    static const auto fn = Export<Fn>("shell32.dll", "SHChangeNotifyRegister");
+    static const RegisterFunction system = SystemRegisterFunction();
+    const RegisterFunction fn = ownRegister_ ? register_ : system;
     if (fn == nullptr) return 0;
-    const Entry entry{reinterpret_cast<const void*>(root), recursive ? TRUE : FALSE};
-    return fn(ToHwnd(window), sources, events, message, 1, &entry);
+    const NotifyEntry entry{reinterpret_cast<const void*>(root), recursive ? -1 : 0};
+    return static_cast<std::uint32_t>(fn(ToHwnd(window), sources, events, message, 1, &entry));
 }
 
 std::int32_t Shell::SHGetSpecialFolderLocation(platform::WindowHandle owner, std::int32_t folder,
@@ -133,10 +134,17 @@ std::int32_t ScriptingType(UINT driveType) {
     }
 }
 
-std::optional<platform::ScriptingDrive> Describe(char letter) {
+} // namespace
+
+FileSystemObject::FileSystemObject()
+    : driveType_([](const std::string& root) -> std::uint32_t { return ::GetDriveTypeA(root.c_str()); }) {}
+
+// A letter without a root directory is no drive; every other one is, a drive
+// of a type the system cannot tell included (type code 0, unknown).
+std::optional<platform::ScriptingDrive> FileSystemObject::describe(char letter) {
     const std::string root = std::string(1, letter) + ":\\";
-    const UINT type = ::GetDriveTypeA(root.c_str());
-    if (type == DRIVE_NO_ROOT_DIR || type == DRIVE_UNKNOWN) return std::nullopt;
+    const UINT type = driveType_(root);
+    if (type == DRIVE_NO_ROOT_DIR) return std::nullopt;
     platform::ScriptingDrive d;
     d.DriveLetter = std::string(1, letter);
     d.DriveType = ScriptingType(type);
@@ -156,14 +164,12 @@ std::optional<platform::ScriptingDrive> Describe(char letter) {
     return d;
 }
 
-} // namespace
-
 std::optional<platform::ScriptingDrive> FileSystemObject::GetDrive(const std::string& root) {
     if (root.empty()) return std::nullopt;
     const char letter = vb::UpperChar(root[0]);
     if (letter < 'A' || letter > 'Z') return std::nullopt;
     if (root.size() > 1 && root[1] != ':') return std::nullopt;
-    return Describe(letter);
+    return describe(letter);
 }
 
 std::vector<platform::ScriptingDrive> FileSystemObject::Drives() {
@@ -171,7 +177,7 @@ std::vector<platform::ScriptingDrive> FileSystemObject::Drives() {
     const DWORD mask = ::GetLogicalDrives();
     for (int i = 0; i < 26; ++i)
         if ((mask & (1u << i)) != 0)
-            if (auto d = Describe(static_cast<char>('A' + i))) all.push_back(std::move(*d));
+            if (auto d = describe(static_cast<char>('A' + i))) all.push_back(std::move(*d));
     return all;
 }
 

@@ -83,8 +83,11 @@ bool Volumes::MoveFileExA(const std::string& existing, const std::string& replac
 
 // The runtime's directory query: with the volume attribute the drive's label;
 // otherwise the first entry whose attributes the given ones admit (read-only,
-// archive and normal entries always qualify).
+// archive and normal entries always qualify). A drive without its medium
+// answers nothing at once: searches over every drive letter (the sibling
+// tools) must never stop at the system's "no disk" dialog.
 std::string Volumes::Dir(const std::string& pathname, std::uint32_t attributes) {
+    const QuietCriticalErrors quiet;
     if ((attributes & platform::kAttrVolume) != 0) {
         if (pathname.size() < 2 || pathname[1] != ':') return {};
         const std::string root = pathname.substr(0, 2) + "\\";

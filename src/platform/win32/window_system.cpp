@@ -230,4 +230,24 @@ std::uintptr_t WindowSystem::LoadPicture(const std::string& file) {
     return handle;
 }
 
+void WindowSystem::ReleasePicture(std::uintptr_t picture) {
+    const auto it = std::find(pictures_.begin(), pictures_.end(), picture);
+    if (picture == 0 || it == pictures_.end()) return;
+    pictures_.erase(it);
+    ::DestroyIcon(reinterpret_cast<HICON>(picture));
+}
+
+std::uint32_t WindowSystem::LastError() { return ::GetLastError(); }
+
+// The system's message for an error number, without its closing line break;
+// nothing for 0 (no error).
+std::string WindowSystem::ErrorText(std::uint32_t number) {
+    if (number == 0) return {};
+    char text[512]{};
+    DWORD n = ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, number, 0, text,
+                               sizeof text, nullptr);
+    while (n > 0 && (text[n - 1] == '\r' || text[n - 1] == '\n' || text[n - 1] == ' ')) --n;
+    return std::string(text, n);
+}
+
 } // namespace win32
