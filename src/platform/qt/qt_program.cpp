@@ -53,9 +53,8 @@ int QtProgram::Exec() {
 }
 
 void QtProgram::SessionEnding(bool mayInteract, const std::function<void()>& cancel) {
-    if (form_->Ended()) return;
-    form_->CloseRequested();
-    if (!form_->Ended() && mayInteract && cancel) cancel();
+    // The window's own answer, as the Win32 window gives it to WM_QUERYENDSESSION.
+    if (!form_->SessionEnding() && mayInteract && cancel) cancel();
 }
 
 } // namespace qtui
