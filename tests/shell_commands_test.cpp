@@ -85,6 +85,30 @@ TEST(ShellLog, ValueEventsAndUnnamedCodes) {
     EXPECT_EQ(notify::TrimAtNull(std::string("ab\0cd", 5)), "ab");
 }
 
+TEST(ShellLog, SignedImageIndexInstallerProductAndUnreadableExtendedCode) {
+    Rig rig;
+    rig.Start();
+    // The installer's record: a 16-bit size, the product code in UTF-16, a NUL.
+    const std::string code = "{6D2F4E1A-0B3C-4D5E-8F90-A1B2C3D4E5F6}";
+    std::vector<std::uint8_t> product{static_cast<std::uint8_t>(2 + 2 * (code.size() + 1)), 0};
+    for (char c : code) product.insert(product.end(), {static_cast<std::uint8_t>(c), 0});
+    product.insert(product.end(), {0, 0, 0, 0});
+    const std::uintptr_t record = rig.machine.Place(product);
+
+    rig.machine.ShellValueReport(0x8000, 0xFFFFFFFF);
+    rig.machine.ShellValueReport(0x4000000, 4, record);
+    rig.machine.ShellValueReport(0x4000000, 5, record);
+    rig.machine.ShellReport(0x4000000, 0, 0); // no record to read the code from: code 0
+    EXPECT_EQ(rig.Log(), "SHCNE_UPDATEIMAGE\r\nIndex of image in system imagelist: -1\r\n\r\n"
+                         "SHCNE_EXTENDED_EVENT\r\nSHCNEE_MSI_CHANGE\r\nproduct code: " +
+                             code +
+                             "\r\n\r\n"
+                             "SHCNE_EXTENDED_EVENT\r\nSHCNEE_MSI_UNINSTALL\r\nproduct code: " +
+                             code +
+                             "\r\n\r\n"
+                             "SHCNE_EXTENDED_EVENT\r\nunknown extended event\r\nshns.dwItem2: 0\r\n\r\n");
+}
+
 TEST(ShellLog, AReportRefreshesTheCaptionAndIsForwarded) {
     Rig rig;
     rig.machine.FindDrive("E:")->label = "STICK";
