@@ -235,6 +235,33 @@ TEST(Commands, LabelQuestionLimitAndWrite) {
     EXPECT_EQ(rig.machine.FindDrive("E:")->label, "ELEVENCHARS");
 }
 
+TEST(Commands, LabelLimitCountsCharactersNotBytes) {
+    Rig rig;
+    rig.Start();
+    rig.view.UserSelectRows(Ctl::ListView1, {2});
+
+    // 14 characters in 17 bytes: the last three characters are selected.
+    rig.view.UserType(Ctl::txtDT_Cap, "Gr\xC3\xBC\xC3\x9F"
+                                      "e-Stick-\xC3\x84"
+                                      "1");
+    rig.machine.QueueAnswer(platform::kIdYes);
+    rig.view.UserClick(Ctl::cmdSetLabel);
+    ASSERT_EQ(rig.machine.MessageBoxes().size(), 2u);
+    EXPECT_EQ(rig.machine.MessageBoxes()[1].text, "Max. length of label is 11 characters !");
+    EXPECT_EQ(rig.view.SelStart(Ctl::txtDT_Cap), 11);
+    EXPECT_EQ(rig.view.SelLength(Ctl::txtDT_Cap), 3);
+    EXPECT_TRUE(rig.machine.Calls("SetVolumeLabelA").empty());
+
+    // 11 characters in 13 bytes are within the limit and written.
+    const std::string eleven = "Gr\xC3\xBC\xC3\x9F"
+                               "e-Stick";
+    rig.view.UserType(Ctl::txtDT_Cap, eleven);
+    rig.machine.QueueAnswer(platform::kIdYes);
+    rig.view.UserClick(Ctl::cmdSetLabel);
+    EXPECT_EQ(rig.machine.MessageBoxes().size(), 3u);
+    EXPECT_EQ(rig.machine.FindDrive("E:")->label, eleven);
+}
+
 TEST(Commands, ExplorerRecycleBinAboutAndSeparators) {
     Rig rig;
     rig.Start();

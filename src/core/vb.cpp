@@ -112,6 +112,13 @@ bool SameText(std::string_view a, std::string_view b) {
 
 std::string Left(std::string_view text, std::size_t n) { return std::string(text.substr(0, std::min(n, text.size()))); }
 
+int CharCount(std::string_view text) {
+    int count = 0;
+    for (const char c : text)
+        if ((static_cast<unsigned char>(c) & 0xC0) != 0x80) ++count;
+    return count;
+}
+
 std::string FormatSize(double value, char decimalSeparator) {
     if (!std::isfinite(value)) return "0" + std::string(1, decimalSeparator) + "00";
     // The value as the decimal number the platform's formatting sees: its 15
