@@ -2,9 +2,10 @@
 // window, and the user's commands that act outside the program.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "app/frmMain.h"
 #include "app/shell_notify.h"
@@ -113,8 +114,14 @@ TEST(ShellLog, AReportRefreshesTheCaptionAndIsForwarded) {
     Rig rig;
     rig.machine.FindDrive("E:")->label = "STICK";
     rig.Start();
+    EXPECT_EQ(rig.view.Text(Ctl::frmMain), "Kestrine  [ no USB device found on this computer ]");
+    // E: turns out to sit on a USB bus; only the report tells the window.
+    rig.machine.FindDrive("E:")->bus = 7;
+    EXPECT_EQ(rig.view.Text(Ctl::frmMain), "Kestrine  [ no USB device found on this computer ]");
     const auto ownBefore = rig.machine.OwnProcedureMessages().size();
     rig.machine.ShellReport(0x100, rig.machine.ShellItem("STICK (E:)", "E:\\"), 0);
+    EXPECT_EQ(rig.view.Text(Ctl::frmMain), "Kestrine  [ USB device(s) found on this computer ]");
+    EXPECT_EQ(rig.view.List(Ctl::lstDrives, 1), "E:\\STICK (USB)");
     EXPECT_EQ(rig.machine.OwnProcedureMessages().size(), ownBefore + 1);
     EXPECT_EQ(rig.machine.OwnProcedureMessages().back().message, platform::kWmShNotify);
     EXPECT_TRUE(rig.view.Enabled(Ctl::tmrFlashMe));
@@ -153,9 +160,15 @@ TEST(Subclass, ASecondSubclassAndRegistrationChangeNothing) {
 TEST(Subclass, OtherMessagesPassThroughWithTheNextProceduresResult) {
     Rig rig;
     rig.Start();
-    rig.machine.Deliver(rig.view.hWnd(), 0x200, 1, 2);
-    ASSERT_FALSE(rig.machine.OwnProcedureMessages().empty());
-    EXPECT_EQ(rig.machine.OwnProcedureMessages().back().message, 0x200u);
+    // Both hooked procedures hand back what the window's own procedure answers.
+    for (const std::intptr_t answer : {std::intptr_t{0}, std::intptr_t{77}, std::intptr_t{-5}}) {
+        rig.machine.SetOwnProcedureResult(answer);
+        EXPECT_EQ(rig.machine.Deliver(rig.view.hWnd(), 0x200, 1, 2), answer);
+        ASSERT_FALSE(rig.machine.OwnProcedureMessages().empty());
+        EXPECT_EQ(rig.machine.OwnProcedureMessages().back().message, 0x200u);
+        EXPECT_EQ(rig.machine.OwnProcedureMessages().back().wParam, 1u);
+        EXPECT_EQ(rig.machine.OwnProcedureMessages().back().lParam, 2);
+    }
     EXPECT_EQ(rig.machine.Beeps(), 0);
 }
 
@@ -283,9 +296,13 @@ TEST(Commands, ExplorerRecycleBinAboutAndSeparators) {
 
     rig.view.UserClick(Ctl::cmdAbout);
     ASSERT_EQ(rig.machine.MessageBoxes().size(), 1u);
-    const std::string& about = rig.machine.MessageBoxes()[0].text;
-    EXPECT_EQ(about.substr(about.size() - 2), "\r\n");
-    EXPECT_EQ(std::count(about.begin(), about.end(), '\n'), 4);
+    const fake::MessageBoxRecord& about = rig.machine.MessageBoxes()[0];
+    EXPECT_EQ(about.text, "With the present utility you can monitor the drives on your computer. It will\r\n"
+                          "register any USB drive which is inserted or unplugged and show the drive\r\n"
+                          "which this receives from your system. You can load the utility into the system\r\n"
+                          "tray and specify that it should start automatically with Windows if you wish.\r\n");
+    EXPECT_EQ(about.caption, "Kestrine");
+    EXPECT_EQ(about.type, platform::kMbOk | platform::kMbIconInformation);
 }
 
 } // namespace
