@@ -120,7 +120,7 @@ int CharCount(std::string_view text) {
 }
 
 std::string FormatSize(double value, char decimalSeparator) {
-    if (!std::isfinite(value)) return "0" + std::string(1, decimalSeparator) + "00";
+    if (!std::isfinite(value)) return std::string{'0', decimalSeparator, '0', '0'};
     // The value as the decimal number the platform's formatting sees: its 15
     // significant digits. Rounding works on those digits, so 1536.125 gives
     // 1536.13 and 1.005 gives 1.01 (not the binary neighbours' 1536.12 and 1.00).
@@ -151,7 +151,11 @@ std::string FormatSize(double value, char decimalSeparator) {
     integer.erase(0, std::min(integer.find_first_not_of('0'), integer.size() - 1));
     const std::string fraction = digits.substr(static_cast<std::size_t>(whole));
     const bool zero = digits.find_first_not_of('0') == std::string::npos;
-    return (value < 0 && !zero ? "-" : "") + integer + decimalSeparator + fraction;
+    std::string out(value < 0 && !zero ? "-" : "");
+    out += integer;
+    out += decimalSeparator;
+    out += fraction;
+    return out;
 }
 
 } // namespace vb
