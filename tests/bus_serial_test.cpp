@@ -222,8 +222,10 @@ TEST_F(Eject, NoRequestWithoutDeviceOrClass) {
     AddStick("N:\\", 5, {}, platform::kDriveRemote);
     AddStick("K:\\", 6);
     m.FindDrive("K:")->deviceNumber = 42; // no interface reports 42
+    AddStick("M:\\", 0xFFFFFFFF);         // -1 is no device number, even where a disk reports it too
 
-    for (const char* volume : {"\\\\.\\E:", "\\\\.\\G:", "\\\\.\\R:", "\\\\.\\N:", "\\\\.\\K:", "\\\\.\\Q:"})
+    for (const char* volume :
+         {"\\\\.\\E:", "\\\\.\\G:", "\\\\.\\R:", "\\\\.\\N:", "\\\\.\\K:", "\\\\.\\M:", "\\\\.\\Q:"})
         EXPECT_EQ(release::EjectUsbDrive(prog.sys, volume, app::kTrue), app::kFalse) << volume;
     EXPECT_TRUE(m.Calls("CM_Request_Device_EjectW").empty());
     // Only K: got as far as the interface search: the others have no device

@@ -1,5 +1,6 @@
 // The little-endian fields of the Windows records (platform/bytes.h) and the
-// ASCII case and trimming every part of the program shares (core/vb.h).
+// ASCII case, trimming and size pattern every part of the program shares
+// (core/vb.h).
 #include <gtest/gtest.h>
 
 #include <array>
@@ -61,4 +62,17 @@ TEST(VbText, TrimTakesSpacesAndTrimBlanksAlsoControlBlanks) {
     EXPECT_EQ(vb::TrimBlanks(" \t a b\r\n"), "a b");
     EXPECT_EQ(vb::TrimBlanks(std::string("udisks\0\0", 8)), "udisks");
     EXPECT_EQ(vb::TrimBlanks(" \n\t "), "");
+}
+
+TEST(VbNumbers, SizePatternRoundsTheDecimalValueHalvesAwayFromZero) {
+    // Halves of the decimal value go up, whether or not the binary value is exact.
+    EXPECT_EQ(vb::FormatSize(1536.125, '.'), "1536.13");
+    EXPECT_EQ(vb::FormatSize(1.005, '.'), "1.01"); // just below 1.005 in binary
+    EXPECT_EQ(vb::FormatSize(999.995, ','), "1000,00");
+    EXPECT_EQ(vb::FormatSize(-1.125, '.'), "-1.13");
+    EXPECT_EQ(vb::FormatSize(0.0049999, '.'), "0.00");
+    // No grouping, at least one integer digit, no negative zero.
+    EXPECT_EQ(vb::FormatSize(1999999999.0, '.'), "1999999999.00");
+    EXPECT_EQ(vb::FormatSize(0.5, ','), "0,50");
+    EXPECT_EQ(vb::FormatSize(-0.004, '.'), "0.00");
 }

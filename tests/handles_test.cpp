@@ -203,6 +203,28 @@ TEST(GetHandlePath, MapsDeviceNamesToDriveLettersByAPlainPrefix) {
     EXPECT_EQ(release::GetHandlePath(rig.program.sys, 0x400), ""); // no such handle
 }
 
+TEST(GetHandlePath, ALetterWithoutADeviceNameIsAPrefixOfEveryName) {
+    Rig rig;
+    // D:'s device name does not fit the buffer, so its query leaves it empty.
+    rig.AddDrive("D:\\", platform::kDriveRemovable, "\\Device\\" + std::string(300, 'x'));
+    rig.File(kOwn, 0x40, "\\Device\\Mup\\server\\share\\a.txt");
+    rig.table.Add({.processId = kOwn, .handle = 0x44});
+
+    EXPECT_EQ(release::GetHandlePath(rig.program.sys, 0x40), "D:\\Device\\Mup\\server\\share\\a.txt");
+    EXPECT_EQ(release::GetHandlePath(rig.program.sys, 0x44), "D:");
+    // So both count as on drive D and are closed with it.
+    EXPECT_TRUE(CloseDriveHandles(rig.program.sys, "d:", kOwn));
+    EXPECT_EQ(rig.ClosedInOwner(), (std::vector<std::string>{"64", "68"}));
+}
+
+TEST(CloseDriveHandles, AnEmptyDriveNameIsContainedInEveryPath) {
+    Rig rig;
+    rig.File(kOwn, 0x40, kVolumeE + "\\a.txt");
+    rig.File(kOwn, 0x44, "\\Device\\NamedPipe\\p"); // on no drive: its path is ""
+    EXPECT_TRUE(CloseDriveHandles(rig.program.sys, "", kOwn));
+    EXPECT_EQ(rig.ClosedInOwner(), (std::vector<std::string>{"64", "68"}));
+}
+
 TEST(GetFileTypeTimed, AnswersTheTypeOrZeroAfterTheLimit) {
     Rig rig;
     rig.table.Add({.processId = kOwn, .handle = 0x40, .name = "\\Device\\NamedPipe\\p", .fileType = 3});

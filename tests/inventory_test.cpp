@@ -152,6 +152,27 @@ TEST(Inventory, CapacityLabelsFollowTheUnitAndLocale) {
     EXPECT_EQ(rig.drive.TotalSpace(), 0.0);
 }
 
+TEST(Inventory, CapacityHalvesRoundAwayFromZeroInEveryLocale) {
+    Rig rig;
+    // 1536.125 MB free and 0.125 MB used: both exact binary fractions, so a
+    // halves-to-even formatting would show 1536.12 and 0.12.
+    rig.machine.AddDrive({.root = "E:\\",
+                          .type = platform::kDriveRemovable,
+                          .label = "",
+                          .totalBytes = 1'610'874'880,
+                          .freeBytes = 1'610'743'808});
+    rig.drive.p_SetDriveLetters("0", "E:");
+    rig.Units(1);
+    for (const char sep : {'.', ','}) {
+        rig.machine.SetDecimalSeparator(sep);
+        rig.drive.GetDriveCapacity();
+        const std::string s(1, sep);
+        EXPECT_EQ(rig.view.Text(Ctl::lblHDSize), "1536" + s + "25");
+        EXPECT_EQ(rig.view.Text(Ctl::lblHDFree), "1536" + s + "13");
+        EXPECT_EQ(rig.view.Text(Ctl::lblHDUsed), "0" + s + "13");
+    }
+}
+
 TEST(Inventory, BytesToDoubleIsUnsignedLittleEndian) {
     using Bytes = std::array<std::uint8_t, 8>;
     EXPECT_EQ(cDrive::mp_BytesToDouble(Bytes{}), 0.0);

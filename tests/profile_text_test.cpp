@@ -54,12 +54,49 @@ TEST(ProfileText, SectionLinesAreTheTrimmedEntriesOfTheFirstMatchingSection) {
                              "[Empty]\r\n"
                              "[drive]\r\n"
                              "second=ignored\r\n";
-    EXPECT_EQ(SectionLines(file, "DRIVE"), (Lines{"Name=Stick", "bare line", "Label=a=b"}));
+    EXPECT_EQ(SectionLines(file, "DRIVE"), (Lines{"Name=Stick", "bare line", "=no key", "Label=a=b"}));
     EXPECT_EQ(SectionLines(file, "Empty"), Lines{});
     EXPECT_EQ(SectionLines(file, "Missing"), std::nullopt);
     EXPECT_EQ(SectionLines("", "Drive"), std::nullopt);
     EXPECT_EQ(SectionNames(file), (Lines{"Drive", "Empty", "drive"}));
     EXPECT_EQ(SectionNames("no sections\n[unclosed\n"), Lines{});
+}
+
+// Hand-edited files, read as the Windows profile functions read them (see
+// docs/profile-files.md for what was measured).
+TEST(ProfileText, HandEditedFilesReadAsWindowsReadsThem) {
+    // Blanks inside the brackets are not part of the name.
+    const std::string padded = "[ Kestrine ]\r\ncmbSize=1\r\n[\tUSB Stick\t]\r\nk=2\r\n";
+    EXPECT_EQ(SectionLines(padded, "Kestrine"), Lines{"cmbSize=1"});
+    EXPECT_EQ(SectionLines(padded, "usb stick"), Lines{"k=2"});
+    EXPECT_EQ(SectionNames(padded), (Lines{"Kestrine", "USB Stick"}));
+
+    // Keys and values lose the blanks around them; "=value" has an empty key;
+    // a repeated key is listed each time; the last line needs no line end.
+    const std::string entries = "[kestrine]\n  DT_LEFT  =  1200  \n\tDT_TOP\t=\t900\t\r\n=7\nx = a = b \n"
+                                "DT_LEFT=5\r\ncmbSize=1";
+    EXPECT_EQ(SectionLines(entries, "KESTRINE"),
+              (Lines{"DT_LEFT=1200", "DT_TOP=900", "=7", "x=a = b", "DT_LEFT=5", "cmbSize=1"}));
+
+    // A section written twice (in any case) is read at its first place only.
+    const std::string twice = "[S]\r\na=1\r\n[T]\r\nt=1\r\n[s]\r\nb=2\r\n";
+    EXPECT_EQ(SectionLines(twice, "S"), Lines{"a=1"});
+    EXPECT_EQ(SectionNames(twice), (Lines{"S", "T", "s"}));
+}
+
+TEST(ProfileText, WritingHandEditedFilesAsWindowsWritesThem) {
+    // The section with blanks inside its brackets is the one written to.
+    EXPECT_EQ(WriteString("[ Kestrine ]\r\ncmbSize=0\r\n", "Kestrine", "CMBSIZE", "1"),
+              "[ Kestrine ]\r\ncmbSize=1\r\n");
+    EXPECT_EQ(WriteString("[ Kestrine ]\r\ncmbSize=0\r\n", "kestrine", "DT_TOP", "9"),
+              "[ Kestrine ]\r\ncmbSize=0\r\nDT_TOP=9\r\n");
+    // A repeated key: the first is replaced, the second left as it was.
+    EXPECT_EQ(WriteString("[S]\na=1\nb=x\na=2\n", "s", "A", "3"), "[S]\r\na=3\r\nb=x\r\na=2\r\n");
+    // A last line without its line end, and a file of LF line ends.
+    EXPECT_EQ(WriteString("[S]\r\na=1", "S", "b", "2"), "[S]\r\na=1\r\nb=2\r\n");
+    EXPECT_EQ(WriteString("[S]\na=1\nb=2\n", "S", "a", "7"), "[S]\r\na=7\r\nb=2\r\n");
+    // The empty key is the "=value" entry, never a blank line.
+    EXPECT_EQ(WriteString("[S]\r\n\r\n=v1\r\n", "S", "", "w"), "[S]\r\n\r\n=w\r\n");
 }
 
 TEST(ProfileText, StringListFillsLikeTheWindowsProfileFunctions) {

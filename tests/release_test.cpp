@@ -24,6 +24,8 @@ struct Release : ::testing::Test {
     std::unique_ptr<app::frmMain> form;
     // What the user sees, in order: "box: <text>", "notice: <text>", "released: <text>".
     std::vector<std::string> seen;
+    // Whether the drive list's repaints go into seen as well.
+    bool watchList = false;
     // The state of the window at each eject request.
     std::vector<std::string> atEject;
 
@@ -37,6 +39,8 @@ struct Release : ::testing::Test {
         view.OnChange([this](const fake::ViewChange& c) {
             if (c.control == Ctl::lblMessage1) seen.push_back("notice: " + c.value);
             if (c.control == Ctl::lblUSBMessage) seen.push_back("released: " + c.value);
+            if (watchList && c.control == Ctl::ListView1 && c.property == "rows")
+                seen.push_back(view.Visible(Ctl::frameNotify) ? "list repainted under the notice" : "list repainted");
         });
         m.OnCall([this](const fake::Call& call) {
             if (call.name == "MessageBoxA") {
@@ -128,10 +132,14 @@ TEST_F(Release, OneUsbDrive) {
 
 TEST_F(Release, ThreeDrivesReleasedAndCounted) {
     Rows({"C:\\", "E:\\", "F:\\", "G:\\"}, {2, 3, 4});
+    watchList = true;
     Run();
-    EXPECT_EQ(seen, (std::vector<std::string>{
-                        "notice: Releasing USB drive at [ E:\\ ]", "notice: Releasing USB drive at [ F:\\ ]",
-                        "notice: Releasing USB drive at [ G:\\ ]", "released: 3 USB drives released."}));
+    // Each release repaints the list before the notice goes away.
+    EXPECT_EQ(seen,
+              (std::vector<std::string>{"notice: Releasing USB drive at [ E:\\ ]", "list repainted under the notice",
+                                        "notice: Releasing USB drive at [ F:\\ ]", "list repainted under the notice",
+                                        "notice: Releasing USB drive at [ G:\\ ]", "list repainted under the notice",
+                                        "released: 3 USB drives released."}));
     EXPECT_EQ(Ejected().size(), 3u);
     ExpectIdleAfterwards();
 }

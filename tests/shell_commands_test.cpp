@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -88,12 +89,42 @@ TEST(ShellLog, ValueEventsAndUnnamedCodes) {
     EXPECT_EQ(notify::TrimAtNull(std::string("ab\0cd", 5)), "ab");
 }
 
+TEST(ShellLog, SignedImageIndexInstallerProductAndUnreadableExtendedCode) {
+    Rig rig;
+    rig.Start();
+    // The installer's record: a 16-bit size, the product code in UTF-16, a NUL.
+    const std::string code = "{6D2F4E1A-0B3C-4D5E-8F90-A1B2C3D4E5F6}";
+    std::vector<std::uint8_t> product{static_cast<std::uint8_t>(2 + 2 * (code.size() + 1)), 0};
+    for (char c : code) product.insert(product.end(), {static_cast<std::uint8_t>(c), 0});
+    product.insert(product.end(), {0, 0, 0, 0});
+    const std::uintptr_t record = rig.machine.Place(product);
+
+    rig.machine.ShellValueReport(0x8000, 0xFFFFFFFF);
+    rig.machine.ShellValueReport(0x4000000, 4, record);
+    rig.machine.ShellValueReport(0x4000000, 5, record);
+    rig.machine.ShellReport(0x4000000, 0, 0); // no record to read the code from: code 0
+    EXPECT_EQ(rig.Log(), "SHCNE_UPDATEIMAGE\r\nIndex of image in system imagelist: -1\r\n\r\n"
+                         "SHCNE_EXTENDED_EVENT\r\nSHCNEE_MSI_CHANGE\r\nproduct code: " +
+                             code +
+                             "\r\n\r\n"
+                             "SHCNE_EXTENDED_EVENT\r\nSHCNEE_MSI_UNINSTALL\r\nproduct code: " +
+                             code +
+                             "\r\n\r\n"
+                             "SHCNE_EXTENDED_EVENT\r\nunknown extended event\r\nshns.dwItem2: 0\r\n\r\n");
+}
+
 TEST(ShellLog, AReportRefreshesTheCaptionAndIsForwarded) {
     Rig rig;
     rig.machine.FindDrive("E:")->label = "STICK";
     rig.Start();
+    EXPECT_EQ(rig.view.Text(Ctl::frmMain), "Kestrine  [ no USB device found on this computer ]");
+    // E: turns out to sit on a USB bus; only the report tells the window.
+    rig.machine.FindDrive("E:")->bus = 7;
+    EXPECT_EQ(rig.view.Text(Ctl::frmMain), "Kestrine  [ no USB device found on this computer ]");
     const auto ownBefore = rig.machine.OwnProcedureMessages().size();
     rig.machine.ShellReport(0x100, rig.machine.ShellItem("STICK (E:)", "E:\\"), 0);
+    EXPECT_EQ(rig.view.Text(Ctl::frmMain), "Kestrine  [ USB device(s) found on this computer ]");
+    EXPECT_EQ(rig.view.List(Ctl::lstDrives, 1), "E:\\STICK (USB)");
     EXPECT_EQ(rig.machine.OwnProcedureMessages().size(), ownBefore + 1);
     EXPECT_EQ(rig.machine.OwnProcedureMessages().back().message, platform::kWmShNotify);
     EXPECT_TRUE(rig.view.Enabled(Ctl::tmrFlashMe));
@@ -132,9 +163,15 @@ TEST(Subclass, ASecondSubclassAndRegistrationChangeNothing) {
 TEST(Subclass, OtherMessagesPassThroughWithTheNextProceduresResult) {
     Rig rig;
     rig.Start();
-    rig.machine.Deliver(rig.view.hWnd(), 0x200, 1, 2);
-    ASSERT_FALSE(rig.machine.OwnProcedureMessages().empty());
-    EXPECT_EQ(rig.machine.OwnProcedureMessages().back().message, 0x200u);
+    // Both hooked procedures hand back what the window's own procedure answers.
+    for (const std::intptr_t answer : {std::intptr_t{0}, std::intptr_t{77}, std::intptr_t{-5}}) {
+        rig.machine.SetOwnProcedureResult(answer);
+        EXPECT_EQ(rig.machine.Deliver(rig.view.hWnd(), 0x200, 1, 2), answer);
+        ASSERT_FALSE(rig.machine.OwnProcedureMessages().empty());
+        EXPECT_EQ(rig.machine.OwnProcedureMessages().back().message, 0x200u);
+        EXPECT_EQ(rig.machine.OwnProcedureMessages().back().wParam, 1u);
+        EXPECT_EQ(rig.machine.OwnProcedureMessages().back().lParam, 2);
+    }
     EXPECT_EQ(rig.machine.Beeps(), 0);
 }
 
@@ -280,6 +317,33 @@ TEST(Commands, LabelQuestionLimitAndWrite) {
     EXPECT_EQ(rig.machine.FindDrive("E:")->label, "ELEVENCHARS");
 }
 
+TEST(Commands, LabelLimitCountsCharactersNotBytes) {
+    Rig rig;
+    rig.Start();
+    rig.view.UserSelectRows(Ctl::ListView1, {2});
+
+    // 14 characters in 17 bytes: the last three characters are selected.
+    rig.view.UserType(Ctl::txtDT_Cap, "Gr\xC3\xBC\xC3\x9F"
+                                      "e-Stick-\xC3\x84"
+                                      "1");
+    rig.machine.QueueAnswer(platform::kIdYes);
+    rig.view.UserClick(Ctl::cmdSetLabel);
+    ASSERT_EQ(rig.machine.MessageBoxes().size(), 2u);
+    EXPECT_EQ(rig.machine.MessageBoxes()[1].text, "Max. length of label is 11 characters !");
+    EXPECT_EQ(rig.view.SelStart(Ctl::txtDT_Cap), 11);
+    EXPECT_EQ(rig.view.SelLength(Ctl::txtDT_Cap), 3);
+    EXPECT_TRUE(rig.machine.Calls("SetVolumeLabelA").empty());
+
+    // 11 characters in 13 bytes are within the limit and written.
+    const std::string eleven = "Gr\xC3\xBC\xC3\x9F"
+                               "e-Stick";
+    rig.view.UserType(Ctl::txtDT_Cap, eleven);
+    rig.machine.QueueAnswer(platform::kIdYes);
+    rig.view.UserClick(Ctl::cmdSetLabel);
+    EXPECT_EQ(rig.machine.MessageBoxes().size(), 3u);
+    EXPECT_EQ(rig.machine.FindDrive("E:")->label, eleven);
+}
+
 TEST(Commands, ExplorerRecycleBinAboutAndSeparators) {
     Rig rig;
     rig.Start();
@@ -301,9 +365,13 @@ TEST(Commands, ExplorerRecycleBinAboutAndSeparators) {
 
     rig.view.UserClick(Ctl::cmdAbout);
     ASSERT_EQ(rig.machine.MessageBoxes().size(), 1u);
-    const std::string& about = rig.machine.MessageBoxes()[0].text;
-    EXPECT_EQ(about.substr(about.size() - 2), "\r\n");
-    EXPECT_EQ(std::count(about.begin(), about.end(), '\n'), 4);
+    const fake::MessageBoxRecord& about = rig.machine.MessageBoxes()[0];
+    EXPECT_EQ(about.text, "With the present utility you can monitor the drives on your computer. It will\r\n"
+                          "register any USB drive which is inserted or unplugged and show the drive\r\n"
+                          "which this receives from your system. You can load the utility into the system\r\n"
+                          "tray and specify that it should start automatically with Windows if you wish.\r\n");
+    EXPECT_EQ(about.caption, "Kestrine");
+    EXPECT_EQ(about.type, platform::kMbOk | platform::kMbIconInformation);
 }
 
 } // namespace

@@ -55,9 +55,14 @@ struct Rig : builders::WindowRig {
         view.Activate();
     }
 
-    std::ptrdiff_t At(const std::string& entry) const {
-        auto it = std::find(timeline.begin(), timeline.end(), entry);
-        return it == timeline.end() ? -1 : it - timeline.begin();
+    // Both entries happened, the first one first (their first occurrences).
+    ::testing::AssertionResult Before(const std::string& first, const std::string& second) const {
+        const auto a = std::find(timeline.begin(), timeline.end(), first);
+        const auto b = std::find(timeline.begin(), timeline.end(), second);
+        if (a == timeline.end()) return ::testing::AssertionFailure() << "\"" << first << "\" never happened";
+        if (b == timeline.end()) return ::testing::AssertionFailure() << "\"" << second << "\" never happened";
+        if (a >= b) return ::testing::AssertionFailure() << "\"" << second << "\" came before \"" << first << "\"";
+        return ::testing::AssertionSuccess();
     }
 };
 
@@ -82,21 +87,18 @@ TEST(Startup, RunsItsStepsInOrder) {
 
     ASSERT_FALSE(rig.timeline.empty());
     EXPECT_EQ(rig.timeline.front(), "call PrevInstance");
-    const auto unitChosen = rig.At("cmbSize listIndex 0");
-    const auto scan = rig.At("call GetLogicalDriveStringsA");
-    const auto settingsRead = rig.At("call GetPrivateProfileSectionA");
-    const auto firstColumn = rig.At("ListView1 column Letter");
-    ASSERT_GE(unitChosen, 0);
-    EXPECT_GT(scan, unitChosen) << "the first unit choice scans the drives";
-    EXPECT_GT(settingsRead, scan) << "the settings are read after the scan";
-    EXPECT_GT(firstColumn, settingsRead);
-    EXPECT_LT(rig.At("frameNotify top 30"), unitChosen);
-    EXPECT_LT(rig.At("frameNotify left 4700"), unitChosen);
+    const std::string unitChosen = "cmbSize listIndex 0";
+    EXPECT_TRUE(rig.Before(unitChosen, "call GetLogicalDriveStringsA")) << "the first unit choice scans the drives";
+    EXPECT_TRUE(rig.Before("call GetLogicalDriveStringsA", "call GetPrivateProfileSectionA"))
+        << "the settings are read after the scan";
+    EXPECT_TRUE(rig.Before("call GetPrivateProfileSectionA", "ListView1 column Letter"));
+    EXPECT_TRUE(rig.Before("frameNotify top 30", unitChosen));
+    EXPECT_TRUE(rig.Before("frameNotify left 4700", unitChosen));
 
     EXPECT_EQ(rig.view.Top(Ctl::frameNotify), 30);
     EXPECT_EQ(rig.view.Left(Ctl::frameNotify), 4700);
     EXPECT_EQ(rig.view.ColumnCount(Ctl::ListView1), 3);
-    EXPECT_GT(rig.At("ListView1 column Type"), rig.At("ListView1 column Label"));
+    EXPECT_TRUE(rig.Before("ListView1 column Label", "ListView1 column Type"));
     EXPECT_EQ(rig.view.Text(Ctl::lblSerialNumber), "");
     EXPECT_EQ(rig.view.Text(Ctl::Text1), "");
     EXPECT_FALSE(rig.view.Enabled(Ctl::cmdSetLabel));
@@ -127,8 +129,8 @@ TEST(Startup, SecondInstanceHandsOverToTheFirst) {
     EXPECT_EQ(rig.machine.Calls("OpenIcon")[0].args[0], other);
     ASSERT_EQ(rig.machine.Calls("SetForegroundWindow").size(), 1u);
     EXPECT_EQ(rig.machine.Calls("SetForegroundWindow")[0].args[0], other);
-    EXPECT_LT(rig.At("call OpenIcon"), rig.At("call SetForegroundWindow"));
-    EXPECT_LT(rig.At("call SetForegroundWindow"), rig.At("call ExitProcess"));
+    EXPECT_TRUE(rig.Before("call OpenIcon", "call SetForegroundWindow"));
+    EXPECT_TRUE(rig.Before("call SetForegroundWindow", "call ExitProcess"));
     EXPECT_FALSE(rig.machine.Other()->minimized);
     EXPECT_TRUE(rig.machine.Other()->foreground);
 

@@ -13,6 +13,8 @@ namespace app {
 namespace {
 
 constexpr const char* kCrLf = "\r\n";
+// The longest volume label the label command writes, in characters.
+constexpr int kMaxLabelChars = 11;
 
 struct SiblingTool {
     const char* besideProgram;
@@ -97,11 +99,14 @@ void frmMain::cmdSetLabel_Click() {
                             platform::kMbYesNo | platform::kMbIconQuestion | platform::kMbDefButton2);
     if (answer != platform::kIdYes) return;
     const std::string label = v.Text(Ctl::txtDT_Cap);
-    if (label.size() > 11) {
+    // The limit counts characters: "Grüße" is five, however many bytes it takes.
+    const int length = vb::CharCount(label);
+    if (length > kMaxLabelChars) {
         windows.MessageBoxA(v.hWnd(), "Max. length of label is 11 characters !", v.Text(Ctl::frmMain),
                             platform::kMbOk | platform::kMbIconInformation);
-        v.SetSelStart(Ctl::txtDT_Cap, 11);
-        v.SetSelLength(Ctl::txtDT_Cap, static_cast<int>(label.size()) - 11);
+        // The characters past the limit are selected.
+        v.SetSelStart(Ctl::txtDT_Cap, kMaxLabelChars);
+        v.SetSelLength(Ctl::txtDT_Cap, length - kMaxLabelChars);
         v.SetFocus(Ctl::txtDT_Cap);
         return;
     }

@@ -120,9 +120,10 @@ private:
             return false;
         }
         ++ReleasedCount;
+        // The yields let the removal that follows the ejection come in; the
+        // list is repainted between them, while the notice is still up.
         yield();
-        // The list control repaints itself; the yields let the removal that
-        // follows the ejection come in.
+        v_.Refresh(Ctl::ListView1);
         yield();
         v_.SetVisible(Ctl::frameNotify, false);
         yield();

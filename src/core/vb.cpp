@@ -1,9 +1,11 @@
 #include "core/vb.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 namespace vb {
@@ -110,13 +112,49 @@ bool SameText(std::string_view a, std::string_view b) {
 
 std::string Left(std::string_view text, std::size_t n) { return std::string(text.substr(0, std::min(n, text.size()))); }
 
+int CharCount(std::string_view text) {
+    int count = 0;
+    for (const char c : text)
+        if ((static_cast<unsigned char>(c) & 0xC0) != 0x80) ++count;
+    return count;
+}
+
 std::string FormatSize(double value, char decimalSeparator) {
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "%.2f", value);
-    std::string out = buf;
-    if (out == "-0.00") out = "0.00";
-    for (char& c : out)
-        if (c == '.') c = decimalSeparator;
+    if (!std::isfinite(value)) return std::string{'0', decimalSeparator, '0', '0'};
+    // The value as the decimal number the platform's formatting sees: its 15
+    // significant digits. Rounding works on those digits, so 1536.125 gives
+    // 1536.13 and 1.005 gives 1.01 (not the binary neighbours' 1536.12 and 1.00).
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.14e", std::fabs(value)); // d.dddddddddddddde+XX
+    std::string digits(1, buf[0]);
+    digits.append(buf + 2, 14);
+    int whole = std::atoi(std::strchr(buf, 'e') + 1) + 1; // digits before the decimal point
+    if (whole < 1) {
+        digits.insert(0, static_cast<std::size_t>(1 - whole), '0');
+        whole = 1;
+    }
+    const auto kept = static_cast<std::size_t>(whole) + 2;
+    if (digits.size() < kept + 1) digits.append(kept + 1 - digits.size(), '0');
+    const bool up = digits[kept] >= '5'; // halves away from zero
+    digits.resize(kept);
+    if (up) {
+        std::size_t i = kept;
+        while (i > 0 && digits[i - 1] == '9') digits[--i] = '0';
+        if (i == 0) {
+            digits.insert(digits.begin(), '1');
+            ++whole;
+        } else {
+            ++digits[i - 1];
+        }
+    }
+    std::string integer = digits.substr(0, static_cast<std::size_t>(whole));
+    integer.erase(0, std::min(integer.find_first_not_of('0'), integer.size() - 1));
+    const std::string fraction = digits.substr(static_cast<std::size_t>(whole));
+    const bool zero = digits.find_first_not_of('0') == std::string::npos;
+    std::string out(value < 0 && !zero ? "-" : "");
+    out += integer;
+    out += decimalSeparator;
+    out += fraction;
     return out;
 }
 

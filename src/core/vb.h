@@ -36,9 +36,14 @@ std::string LCase(std::string_view text);
 bool SameText(std::string_view a, std::string_view b);
 // The first n characters (all of them when shorter).
 std::string Left(std::string_view text, std::size_t n);
+// The number of characters of a UTF-8 text (not its bytes): every byte that
+// does not continue a character starts one.
+int CharCount(std::string_view text);
 
 // Formats with the number pattern "##0.#0": no grouping, at least one integer
-// digit, two decimals rounded, the given decimal separator.
+// digit, two decimals and the given decimal separator. The value is rounded as
+// the decimal number of its 15 significant digits, halves away from zero
+// (1536.125 gives "1536.13"), as the platform's number formatting does.
 std::string FormatSize(double value, char decimalSeparator);
 
 } // namespace vb

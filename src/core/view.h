@@ -8,6 +8,7 @@
 
 #include "core/form_table.h"
 #include "core/surface.h"
+#include "core/vb.h"
 #include "platform/types.h"
 
 namespace app {
@@ -116,11 +117,12 @@ public:
     virtual std::int32_t ItemData(Ctl list, int index) const = 0;
     virtual bool SetItemData(Ctl list, int index, std::int32_t data) = 0;
 
-    // Text boxes.
+    // Text boxes. Lengths and selection positions count characters, not the
+    // bytes of the UTF-8 text.
     // Appends to a text box's text (raising Change); a renderer keeps this
     // cheap however long the text grows.
     virtual void AppendText(Ctl control, const std::string& text) { SetText(control, Text(control) + text); }
-    virtual int TextLength(Ctl control) const { return static_cast<int>(Text(control).size()); }
+    virtual int TextLength(Ctl control) const { return vb::CharCount(Text(control)); }
     virtual bool DataChanged(Ctl control) const = 0;
     virtual void SetDataChanged(Ctl control, bool changed) = 0;
     virtual int SelStart(Ctl control) const = 0;

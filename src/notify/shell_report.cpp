@@ -46,6 +46,23 @@ constexpr std::array kEventNames = {
     EventName{platform::kShcneInterrupt, "SHCNE_INTERRUPT"},
 };
 
+// The installer's record in the second item of its extended events: a 16-bit
+// size, then the product code as 39 UTF-16 characters ("{...}" and a NUL).
+constexpr std::size_t kProductKeyChars = 39;
+
+// The product code the second item carries; "" when there is none to read.
+std::string ProductCode(platform::Shell& shell, std::uintptr_t item2) {
+    std::array<std::uint8_t, 2 * kProductKeyChars> bytes{};
+    if (item2 == 0 || !shell.CopyMemory(bytes, item2 + 2)) return {};
+    std::string code;
+    for (std::size_t at = 0; at < bytes.size(); at += 2) {
+        const std::uint16_t unit = platform::ReadLe<std::uint16_t>(bytes, at);
+        if (unit == 0) break;
+        code += unit < 0x80 ? static_cast<char>(unit) : '?';
+    }
+    return code;
+}
+
 constexpr std::int32_t kAllSources = 0xFF;
 constexpr std::int32_t kAllEvents = -1;
 
@@ -81,12 +98,12 @@ std::string DescribeShellReport(platform::Shell& shell, std::uintptr_t ItemsPtr,
         std::memcpy(&item1, items.data(), sizeof item1);
         std::memcpy(&item2, items.data() + sizeof item1, sizeof item2);
     }
-    // The value in the small record the first item points at, after its size.
-    auto value = [&](std::uint32_t& out) {
+    // The value in the small record the first item points at, after its
+    // size; 0 when it cannot be read (the read is skipped, the value stays).
+    auto value = [&] {
         std::array<std::uint8_t, 4> bytes{};
-        if (item1 == 0 || !shell.CopyMemory(bytes, item1 + 2)) return false;
-        out = platform::ReadLe32(bytes, 0);
-        return true;
+        if (item1 == 0 || !shell.CopyMemory(bytes, item1 + 2)) return std::int32_t{0};
+        return static_cast<std::int32_t>(platform::ReadLe32(bytes, 0));
     };
     auto describe = [&](std::uintptr_t item, const char* which) {
         const std::string name = GetPidlDisplayName(shell, item);
@@ -98,32 +115,36 @@ std::string DescribeShellReport(platform::Shell& shell, std::uintptr_t ItemsPtr,
         }
     };
 
-    std::uint32_t v32 = 0;
     switch (EventCode) {
     case platform::kShcneUpdateImage:
-        if (value(v32)) entry += "Index of image in system imagelist: " + std::to_string(v32) + kCrLf;
+        entry += "Index of image in system imagelist: " + std::to_string(value()) + kCrLf;
         break;
     case platform::kShcneFreeSpace:
-        if (value(v32) && v32 != 0) {
+        if (const auto mask = static_cast<std::uint32_t>(value()); mask != 0) {
             int highest = 31;
-            while ((v32 >> highest) == 0) --highest;
+            while ((mask >> highest) == 0) --highest;
             for (int i = 0; i <= highest; ++i)
-                if ((v32 >> i) & 1u) entry += std::string(1, static_cast<char>(65 + i)) + ":\\" + kCrLf;
+                if ((mask >> i) & 1u) entry += std::string(1, static_cast<char>(65 + i)) + ":\\" + kCrLf;
         }
         break;
     case platform::kShcneExtendedEvent:
-        if (!value(v32)) break;
-        if (v32 == 2) {
+        switch (value()) {
+        case 2:
             entry += std::string("SHCNEE_ORDERCHANGED") + kCrLf;
             if (item2 != 0) describe(item2, "changed item");
-        } else if (v32 == 4 || v32 == 5) {
-            // The second item names the installer product that changed.
-            const std::string product = item2 != 0 ? GetPidlDisplayName(shell, item2) : std::string{};
-            entry += std::string(v32 == 4 ? "SHCNEE_MSI_CHANGE" : "SHCNEE_MSI_UNINSTALL") + kCrLf;
-            entry += "product code: " + (product.empty() ? std::string("unknown") : product) + kCrLf;
-        } else {
+            break;
+        case 4:
+            entry += std::string("SHCNEE_MSI_CHANGE") + kCrLf;
+            entry += "product code: " + ProductCode(shell, item2) + kCrLf;
+            break;
+        case 5:
+            entry += std::string("SHCNEE_MSI_UNINSTALL") + kCrLf;
+            entry += "product code: " + ProductCode(shell, item2) + kCrLf;
+            break;
+        default:
             entry += std::string("unknown extended event") + kCrLf;
             entry += "shns.dwItem2: " + std::to_string(static_cast<std::intptr_t>(item2)) + kCrLf;
+            break;
         }
         break;
     default:

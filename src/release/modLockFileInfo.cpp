@@ -111,9 +111,9 @@ std::string GetHandlePath(platform::Services& sys, Handle handle) {
         if (root.size() < 2) continue;
         std::array<char, kDeviceNameChars> target{};
         sys.storage.QueryDosDeviceA(root.substr(0, 2), std::span<char>(target.data(), kDeviceNameOffered));
-        const std::string device(target.data()); // only the first target counts
-        // A letter without a device name maps nothing.
-        if (device.empty()) continue;
+        // Only the first target counts. A plain prefix test: a letter whose
+        // device name cannot be read (empty) is a prefix of every name.
+        const std::string device(target.data());
         if (lowerName.compare(0, device.size(), vb::LCase(device)) == 0)
             return root.substr(0, 2) + name.substr(device.size());
     }
@@ -173,7 +173,7 @@ bool CloseDriveHandles(platform::Services& sys, const std::string& drive, std::u
         // A handle whose type query does not come back in time (a pipe) keeps no path.
         if (GetFileTypeTimed(sys, copy) != 0) path = GetHandlePath(sys, copy);
         native.NtClose(copy);
-        if (!path.empty() && vb::LCase(path).find(wanted) != std::string::npos) {
+        if (vb::LCase(path).find(wanted) != std::string::npos) {
             if (!CloseHandleInProcess(sys, processId, entry.handle)) result = false;
         }
     }

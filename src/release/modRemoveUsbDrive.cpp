@@ -18,6 +18,8 @@ constexpr std::uint32_t kInterfaceDataSize = 28;
 constexpr std::uint32_t kDevinfoDataSize = 28;
 constexpr std::uint32_t kDetailDataSize = 5;
 constexpr std::size_t kVetoNameChars = 260;
+// The device number that stands for none: -1 as a 32-bit field.
+constexpr std::uint32_t kNoDeviceNumber = 0xFFFFFFFF;
 
 // The DeviceNumber field of the STORAGE_DEVICE_NUMBER an open device reports.
 std::optional<std::uint32_t> DeviceNumberOf(platform::Storage& storage, platform::Handle h) {
@@ -95,7 +97,8 @@ std::int16_t EjectUsbDrive(platform::Services& sys, const std::string& VolumePat
     if (h == platform::kInvalidHandleValue) return app::kFalse;
     const auto DeviceNumber = DeviceNumberOf(storage, h);
     storage.CloseHandle(h);
-    if (!DeviceNumber) return app::kFalse;
+    // No answer and an answer of -1 (0xFFFFFFFF) both leave no device to look for.
+    if (!DeviceNumber || *DeviceNumber == kNoDeviceNumber) return app::kFalse;
 
     const std::uint32_t DriveType = sys.volumes.GetDriveTypeA(DriveName);
 

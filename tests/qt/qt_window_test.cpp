@@ -149,6 +149,13 @@ TEST(QtWindow, ChangesFromCodeRaiseTheEventsTheHeadlessWindowRaises) {
     window.SetSelLength(Ctl::txtDT_Cap, 99);
     EXPECT_EQ(window.SelStart(Ctl::txtDT_Cap), 2);
     EXPECT_EQ(window.SelLength(Ctl::txtDT_Cap), 3);
+    // Lengths and positions count characters, not UTF-8 bytes.
+    window.SetText(Ctl::txtDT_Cap, "Gr\xC3\xBC\xC3\x9F"
+                                   "e-Stick1");
+    EXPECT_EQ(window.TextLength(Ctl::txtDT_Cap), 12);
+    window.SetSelStart(Ctl::txtDT_Cap, 11);
+    window.SetSelLength(Ctl::txtDT_Cap, 99);
+    EXPECT_EQ(window.SelLength(Ctl::txtDT_Cap), 1);
 
     // The event log: appending keeps the exact text, line ends included, and raises Change.
     window.SetText(Ctl::Text1, "");

@@ -87,18 +87,28 @@ void HeadlessView::SetText(Ctl control, const std::string& text) {
     portable::ControlState& s = state(control);
     if (s.text == text) return;
     s.text = text;
+    counted_[static_cast<std::size_t>(control)] = Counted{text.size(), vb::CharCount(text)};
     const bool textBox = IsTextBox(control);
     notify(control, textBox ? "text" : "caption", text);
     if (textBox) {
         s.dataChanged = true;
-        s.TextReplaced(static_cast<int>(text.size()));
+        s.TextReplaced(vb::CharCount(text));
         if (events_) events_->Change(control);
     }
+}
+
+int HeadlessView::TextLength(Ctl control) const {
+    const std::string& text = state(control).text;
+    Counted& c = counted_[static_cast<std::size_t>(control)];
+    if (c.bytes != text.size()) c = Counted{text.size(), vb::CharCount(text)};
+    return c.chars;
 }
 
 void HeadlessView::AppendText(Ctl control, const std::string& text) {
     if (text.empty()) return;
     portable::ControlState& s = state(control);
+    Counted& c = counted_[static_cast<std::size_t>(control)];
+    if (c.bytes == s.text.size()) c = Counted{c.bytes + text.size(), c.chars + vb::CharCount(text)};
     s.text += text;
     notify(control, "appended", text);
     if (IsTextBox(control)) {
@@ -297,7 +307,7 @@ void HeadlessView::UserMouseUp(Ctl control, std::int16_t button, std::int16_t sh
 void HeadlessView::UserType(Ctl control, const std::string& text) {
     focus_ = control;
     SetText(control, text);
-    state(control).selStart = static_cast<int>(text.size());
+    state(control).selStart = vb::CharCount(text);
 }
 
 void HeadlessView::UserLeave(Ctl control) {

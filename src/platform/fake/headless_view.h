@@ -90,7 +90,7 @@ public:
     bool SetListIndex(app::Ctl list, int index) override;
 
     void AppendText(app::Ctl control, const std::string& text) override;
-    int TextLength(app::Ctl control) const override { return static_cast<int>(state(control).text.size()); }
+    int TextLength(app::Ctl control) const override;
     int SelStart(app::Ctl control) const override { return state(control).selStart; }
     void SetSelStart(app::Ctl control, int start) override;
     int SelLength(app::Ctl control) const override { return state(control).selLength; }
@@ -147,6 +147,14 @@ private:
         std::vector<std::int32_t> shownPixels;
         std::vector<PrintedText> shownTexts;
     };
+
+    // A text's length in characters, counted once per text and kept up to
+    // date by appends, so a log that only grows costs nothing to measure.
+    struct Counted {
+        std::size_t bytes = 0;
+        int chars = 0;
+    };
+    mutable std::vector<Counted> counted_ = std::vector<Counted>(app::kControlCount);
 
     Lists& at(app::Ctl control) { return lists_[static_cast<std::size_t>(control)]; }
     const Lists& at(app::Ctl control) const { return lists_[static_cast<std::size_t>(control)]; }

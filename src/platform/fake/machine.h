@@ -153,6 +153,8 @@ public:
         std::intptr_t lParam;
     };
     const std::vector<Delivered>& OwnProcedureMessages() const { return ownMessages_; }
+    // What the window's own procedure answers to every message (0 unless set).
+    void SetOwnProcedureResult(std::intptr_t result) { ownResult_ = result; }
     // The value standing for a window's own procedure.
     static constexpr std::intptr_t kOwnProcedure = portable::WindowProcedures::kOwnProcedure;
     std::intptr_t CurrentProcedure(platform::WindowHandle window) const { return windows_.Procedure(window); }
@@ -306,6 +308,7 @@ private:
     platform::TwipsRect workArea_{0, 0, 1920 * 15, 1040 * 15};
     portable::WindowProcedures windows_; // procedures, styles and properties of the windows
     std::vector<Delivered> ownMessages_;
+    std::intptr_t ownResult_ = 0;
     int beeps_ = 0;
     portable::ShellItems shell_{0x100000}; // items, report records, registered windows
     std::string currentDir_ = "C:\\";

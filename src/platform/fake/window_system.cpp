@@ -134,7 +134,7 @@ std::intptr_t Machine::CallWindowProcA(std::intptr_t previous, platform::WindowH
         previous, window, message, wParam, lParam,
         [this](platform::WindowHandle, std::uint32_t m, std::uintptr_t w, std::intptr_t l) {
             ownMessages_.push_back(Delivered{m, w, l});
-            return std::intptr_t{0};
+            return ownResult_;
         });
 }
 

@@ -42,14 +42,18 @@ std::vector<std::string_view> SplitLines(std::string_view content) {
     return lines;
 }
 
-// The name a section line opens, or nothing for any other line.
+// The name a section line opens, or nothing for any other line: the text
+// between the "[" and the last "]", without the blanks around it.
 std::optional<std::string_view> SectionHeader(std::string_view line) {
     line = TrimLeft(line);
     if (line.empty() || line.front() != '[') return std::nullopt;
     const std::size_t close = line.rfind(']');
     if (close == std::string_view::npos) return std::nullopt;
-    return line.substr(1, close - 1);
+    return Trim(line.substr(1, close - 1));
 }
+
+// A line that is no entry at all: empty or blanks only.
+bool IsBlank(std::string_view line) { return Trim(line).empty(); }
 
 // The key of an entry line: the trimmed text before the first "=", or the
 // whole trimmed line when it has none.
@@ -94,7 +98,7 @@ std::string WriteString(std::string_view content, std::string_view section, std:
     if (const auto range = FindSection(lines, section)) {
         std::size_t at = range->end;
         for (std::size_t i = range->header + 1; i < range->end; ++i) {
-            if (vb::SameText(EntryKey(lines[i]), key)) {
+            if (!IsBlank(lines[i]) && vb::SameText(EntryKey(lines[i]), key)) {
                 at = i;
                 break;
             }
@@ -102,7 +106,7 @@ std::string WriteString(std::string_view content, std::string_view section, std:
         if (at != range->end) {
             out[at] = entry(EntryKey(lines[at]));
         } else {
-            while (at > range->header + 1 && Trim(lines[at - 1]).empty()) --at;
+            while (at > range->header + 1 && IsBlank(lines[at - 1])) --at;
             out.insert(out.begin() + static_cast<std::ptrdiff_t>(at), entry(key));
         }
     } else {
@@ -141,9 +145,8 @@ std::vector<std::string> Entries(const std::vector<std::string_view>& lines, std
             result.emplace_back(line);
             continue;
         }
-        const std::string_view name = TrimRight(line.substr(0, equals));
-        if (name.empty()) continue;
-        std::string text(name);
+        // "=value" is an entry with an empty key, and is listed as such.
+        std::string text(TrimRight(line.substr(0, equals)));
         text += '=';
         text += TrimLeft(line.substr(equals + 1));
         result.push_back(std::move(text));
@@ -173,8 +176,8 @@ ParsedProfile::ParsedProfile(std::string content) : content_(std::move(content))
         if (!header) continue;
         close(i);
         open = i;
-        // The header's name as written (blanks inside the brackets count);
-        // the name asked for is trimmed.
+        // The name between the brackets and the name asked for are both
+        // taken without their blanks.
         openName = std::string(*header);
         for (char& c : openName) c = vb::LowerChar(c);
         if (!header->empty()) names_.emplace_back(*header);

@@ -5,11 +5,14 @@
 // matching rules and the same buffer answers.
 //
 // Format: a line whose first non-blank character is "[" and which holds a "]"
-// opens the section named by the text between the "[" and the last "]". Every
-// other line belongs to the section above it (lines before the first section
-// line belong to none). Section and key names match without regard to ASCII
-// case; the names asked for are trimmed of blanks. Reading accepts LF and
-// CRLF line ends; writing gives CRLF line ends throughout.
+// opens the section named by the text between the "[" and the last "]",
+// without the blanks around it ("[ Kestrine ]" is the section "Kestrine").
+// Every other line belongs to the section above it (lines before the first
+// section line belong to none). Section and key names match without regard to
+// ASCII case; the names asked for are trimmed of blanks. Reading accepts LF and
+// CRLF line ends and a last line without one; writing gives CRLF line ends
+// throughout. docs/profile-files.md compares these rules with the Windows
+// profile functions.
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -25,8 +28,8 @@ namespace portable {
 
 // The file text after setting key to value in section. The first line of the
 // section whose key matches gets the new value (keeping its key as spelled in
-// the file); when there is none, "key=value" is added after the section's last
-// entry, before any blank lines that close it; a missing section is added at
+// the file; blank lines match no key); when there is none, "key=value" is
+// added after the section's last entry, before any blank lines that close it; a missing section is added at
 // the end of the file, behind a blank line when the file has content. Other
 // lines keep their text. The value is written as given. An empty section name
 // has no section to write to: the content comes back unchanged.
@@ -34,10 +37,11 @@ std::string WriteString(std::string_view content, std::string_view section, std:
                         std::string_view value);
 
 // The section's entries in file order, as GetPrivateProfileSectionA gives
-// them: "key=value" with blanks around key and value removed, a line without
-// "=" as its trimmed text. Blank lines, comment lines (";") and entries with
-// an empty key are left out. Nothing when the section is missing; when the
-// file repeats a section, its first occurrence.
+// them: "key=value" with blanks around key and value removed (so "=value"
+// for an entry without a key), a line without "=" as its trimmed text, a key
+// repeated as often as the file repeats it. Blank lines and comment lines
+// (";") are left out. Nothing when the section is missing; when the file
+// repeats a section, its first occurrence.
 std::optional<std::vector<std::string>> SectionLines(std::string_view content, std::string_view section);
 
 // The names of the file's sections in file order.

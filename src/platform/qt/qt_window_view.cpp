@@ -321,7 +321,8 @@ void QtWindow::AppendText(Ctl c, const std::string& text) {
 }
 
 int QtWindow::TextLength(Ctl c) const {
-    if (auto* edit = impl_->as<QLineEdit>(c)) return static_cast<int>(S(edit->text()).size());
+    // The line edit's positions count its characters (UTF-16 units), and so does its length.
+    if (auto* edit = impl_->as<QLineEdit>(c)) return static_cast<int>(edit->text().size());
     if (app::Spec(c).kind == Kind::TextBox) return static_cast<int>(state(c).text.size());
     return static_cast<int>(Text(c).size());
 }
