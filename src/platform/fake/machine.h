@@ -111,6 +111,9 @@ public:
     void Advance(double seconds);
     // Runs work when the clock passes a time, during a yield.
     void At(double time, std::function<void()> work);
+    // Called at every yield to the message loop, after the work then due:
+    // what the user or the system does while a handler yields.
+    void OnYield(std::function<void()> observer) { yieldObserver_ = std::move(observer); }
 
     // --- message boxes ---
     void QueueAnswer(std::int32_t answer) { answers_.push_back(answer); }
@@ -152,6 +155,8 @@ public:
         std::intptr_t lParam;
     };
     const std::vector<Delivered>& OwnProcedureMessages() const { return ownMessages_; }
+    // Called for every message as it reaches the window's own procedure.
+    void OnOwnProcedure(std::function<void(const Delivered&)> observer) { ownObserver_ = std::move(observer); }
     // The value standing for a window's own procedure.
     static constexpr std::intptr_t kOwnProcedure = portable::WindowProcedures::kOwnProcedure;
     std::intptr_t CurrentProcedure(platform::WindowHandle window) const { return windows_.Procedure(window); }
@@ -276,7 +281,9 @@ private:
     const Node* profileNode(const std::string& path);
 
     void record(std::string name, std::vector<std::string> args, std::string result, bool request);
-    static std::string Key(std::string_view path); // upper case, no trailing backslash but on a root
+    // Upper case, separators as the system reads them (a run of them is
+    // one), no trailing backslash but on a root.
+    static std::string Key(std::string_view path);
     Drive* driveOf(std::string_view path);
     bool writable(std::string_view path);
     bool folderExists(const std::string& key) const;
@@ -302,6 +309,8 @@ private:
     platform::TwipsRect workArea_{0, 0, 1920 * 15, 1040 * 15};
     portable::WindowProcedures windows_; // procedures, styles and properties of the windows
     std::vector<Delivered> ownMessages_;
+    std::function<void(const Delivered&)> ownObserver_;
+    std::function<void()> yieldObserver_;
     int beeps_ = 0;
     portable::ShellItems shell_{0x100000}; // items, report records, registered windows
     std::string currentDir_ = "C:\\";
