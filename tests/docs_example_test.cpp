@@ -1,4 +1,4 @@
-// The documented example of kestrine-sim prints exactly the documented transcript.
+// The documented examples of kestrine-sim print exactly the documented transcripts.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -47,6 +47,8 @@ TEST_P(DocsExample, SimPrintsTheDocumentedTranscript) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Examples, DocsExample, ::testing::Values("example-start", "example-stick", "example-quorra"));
+INSTANTIATE_TEST_SUITE_P(Examples, DocsExample,
+                         ::testing::Values("example-start", "example-stick", "example-quorra", "example-release",
+                                           "example-close-wait", "example-key-release"));
 
 } // namespace
