@@ -1,10 +1,13 @@
-// The documented example of kestrine-sim prints exactly the documented transcript.
+// The documented examples of kestrine-sim print exactly the documented
+// transcripts, and the documentation names every machine key the loader reads.
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstdio>
 #include <fstream>
 #include <memory>
+#include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -47,6 +50,41 @@ TEST_P(DocsExample, SimPrintsTheDocumentedTranscript) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Examples, DocsExample, ::testing::Values("example-start", "example-stick", "example-quorra"));
+INSTANTIATE_TEST_SUITE_P(Examples, DocsExample,
+                         ::testing::Values("example-start", "example-stick", "example-quorra", "example-release",
+                                           "example-close-wait", "example-key-release"));
+
+std::string ReadSource(const std::string& path) {
+    std::ifstream in(std::string(KESTRINE_SOURCE_DIR) + "/" + path);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+TEST(SimDocs, EveryMachineKeyTheLoaderReadsIsDocumented) {
+    const std::string doc = ReadSource("docs/kestrine-sim.md");
+    const auto from = doc.find("### `machine`");
+    const auto to = doc.find("### `steps[]`");
+    ASSERT_NE(from, std::string::npos);
+    ASSERT_NE(to, std::string::npos);
+    const std::string table = doc.substr(from, to - from);
+
+    // The keys the loaders read: Str(j, "key"), Num<T>(j, "key", ...),
+    // Flag(j, "key", ...), Number(j, "key"), Array(j, "key"), j.contains("key").
+    const std::regex read(R"re((?:Str|Num<[^>]*>|Flag|Number|Array)\(\w+, "(\w+)"|contains\("(\w+)"\))re");
+    std::set<std::string> keys;
+    for (const char* file : {"src/platform/fake/machine_json.cpp", "src/platform/fake/hardware_json.cpp",
+                             "src/platform/fake/native.cpp"}) {
+        const std::string source = ReadSource(file);
+        ASSERT_FALSE(source.empty()) << file;
+        for (std::sregex_iterator it(source.begin(), source.end(), read), end; it != end; ++it)
+            keys.insert((*it)[1].matched ? (*it)[1].str() : (*it)[2].str());
+    }
+    EXPECT_GT(keys.size(), 40u);
+    for (const auto& key : keys) {
+        const std::regex named("[`.\"]" + key + "[`.\"\\[]");
+        EXPECT_TRUE(std::regex_search(table, named)) << "docs/kestrine-sim.md does not name the machine key " << key;
+    }
+}
 
 } // namespace

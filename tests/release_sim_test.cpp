@@ -9,17 +9,13 @@
 #include <string>
 #include <vector>
 
-#include "kestrine-sim/scenario.h"
+#include "sim_events.h"
 
 namespace {
 
 using Json = nlohmann::json;
 
-std::vector<Json> RunSim(const std::string& text) {
-    std::vector<Json> events;
-    for (const auto& line : sim::RunScenario(text)) events.push_back(Json::parse(line));
-    return events;
-}
+using simtest::RunSim;
 
 // "notice: ...", "eject: <device> <result>", "box: ..." in the order a user meets them.
 std::vector<std::string> WhatTheUserMeets(const std::vector<Json>& events) {

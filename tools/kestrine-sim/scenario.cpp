@@ -1,5 +1,6 @@
 #include "kestrine-sim/scenario.h"
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -125,11 +126,42 @@ std::string DriveDisplayName(const fake::Drive& d) { return portable::DriveDispl
 
 std::string RootOf(const fake::Drive& d) { return std::string(1, vb::UpperChar(d.root[0])) + ":\\"; }
 
-// An event by its name ("SHCNE_CREATE") or code.
+// A 32-bit value written as a number or as hexadecimal text ("0xFFFFFFFF").
+std::optional<std::uint32_t> Hex32(const Json& j) {
+    if (!j.is_string()) return std::nullopt;
+    const std::string text = j.get<std::string>();
+    if (text.size() < 3 || text.size() > 10 || text[0] != '0' || (text[1] != 'x' && text[1] != 'X'))
+        return std::nullopt;
+    std::uint32_t value = 0;
+    for (std::size_t i = 2; i < text.size(); ++i) {
+        const char c = vb::UpperChar(text[i]);
+        const int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+        if (digit < 0) return std::nullopt;
+        value = value << 4 | static_cast<std::uint32_t>(digit);
+    }
+    return value;
+}
+
+// A report's item as the raw 32-bit value the report carries (0: no item),
+// from -2147483648 to 4294967295 or in hexadecimal. The record holds it
+// pointer-sized, widened as the system widens a 32-bit item: -1 and
+// 0xFFFFFFFF are the same value with every bit set.
+std::optional<platform::Pidl> RawItem(const Json& j) {
+    std::optional<std::uint32_t> bits = Hex32(j);
+    if (!bits) {
+        if (const auto n = fake::WholeNumber<std::int64_t>(j); n && *n >= INT32_MIN && *n <= std::int64_t{UINT32_MAX})
+            bits = static_cast<std::uint32_t>(*n);
+    }
+    if (!bits) return std::nullopt;
+    return static_cast<platform::Pidl>(static_cast<std::intptr_t>(static_cast<std::int32_t>(*bits)));
+}
+
+// An event by its name ("SHCNE_CREATE") or code (any 32-bit value, also in hexadecimal).
 std::uint32_t ShellEvent(const Json& step) {
     if (!step.contains("event")) throw std::runtime_error("scenario: step \"shell\" needs an \"event\"");
     const Json& e = step["event"];
     if (const auto n = fake::WholeNumber<std::uint32_t>(e)) return *n;
+    if (const auto n = Hex32(e)) return *n;
     const std::string name = e.is_string() ? e.get<std::string>() : std::string{};
     for (std::uint32_t bit = 0; bit < 32; ++bit)
         if (notify::ShellEventName(1u << bit) == name) return 1u << bit;
@@ -166,6 +198,18 @@ double Scenario::Timer() { return std::round(static_cast<double>(machine_.Timer(
 
 struct Scenario::Impl {
     Json steps = Json::array();
+    bool reportOwnProcedure = false; // a line per message reaching the window's own procedure
+    bool endedReported = false;
+    // A step that arrives while a handler yields.
+    struct Pending {
+        Json step;
+        std::size_t index;   // the step of the list that asked for it
+        std::int64_t base;   // the machine's yield count when it was asked for
+        std::int64_t target; // the yield count at which it runs
+        std::uint64_t owner; // the step whose "during" it is; 0 for "atYield"
+    };
+    std::vector<Pending> pending;
+    std::uint64_t performed = 0; // steps run so far, nested ones too
 };
 
 Scenario::Scenario(Sink sink)
@@ -261,15 +305,38 @@ Scenario::Scenario(Sink sink)
         emit(Dump(e));
     });
     // An accepted eject takes the device away: the system broadcasts its
-    // removal, which reaches the window at its next yield.
-    machine_.hardware().OnEjected([this](const std::string&, const std::vector<std::string>&) {
-        machine_.At(machine_.Now(), [this] {
+    // removal, which reaches the window at its next yield, and the shell
+    // reports each of its drives' medium and then the drive itself removed.
+    machine_.hardware().OnEjected([this](const std::string&, const std::vector<std::string>& roots) {
+        std::vector<fake::Drive> drives;
+        for (const auto& root : roots)
+            if (const fake::Drive* d = machine_.FindDrive(root)) drives.push_back(*d);
+        machine_.At(machine_.Now(), [this, drives] {
             machine_.Deliver(view_.hWnd(), platform::kWmDeviceChange, platform::kDbtDeviceRemoveComplete, 0);
+            for (const auto& d : drives) {
+                const platform::Pidl item = machine_.ShellItem(DriveDisplayName(d), RootOf(d));
+                machine_.ShellReport(platform::kShcneMediaRemoved, item, 0);
+                machine_.ShellReport(platform::kShcneDriveRemoved, item, 0);
+            }
         });
     });
+    machine_.OnOwnProcedure([this](const fake::Machine::Delivered& m) {
+        if (!impl_->reportOwnProcedure) return;
+        Json e;
+        e["event"] = "ownProcedure";
+        e["message"] = m.message;
+        e["wParam"] = m.wParam;
+        e["lParam"] = m.lParam;
+        emit(Dump(e));
+    });
+    machine_.OnYield([this] { onYield(); });
 }
 
-Scenario::~Scenario() = default;
+Scenario::~Scenario() {
+    // The program's objects going away yield no more scripted steps.
+    machine_.OnYield(nullptr);
+    machine_.OnOwnProcedure(nullptr);
+}
 
 void Scenario::Load(std::string_view text) {
     Json doc;
@@ -284,6 +351,20 @@ void Scenario::Load(std::string_view text) {
     if (doc.contains("steps")) {
         if (!doc["steps"].is_array()) throw std::runtime_error("scenario: \"steps\" must be an array");
         impl_->steps = doc["steps"];
+    }
+    if (doc.contains("report")) {
+        const Json& r = doc["report"];
+        if (!r.is_object()) throw std::runtime_error("scenario: \"report\" is an object such as {\"selection\": true}");
+        for (const auto& [key, value] : r.items()) {
+            if (!value.is_boolean()) throw std::runtime_error("scenario: \"report." + key + "\" must be true or false");
+            if (key == "ownProcedure")
+                impl_->reportOwnProcedure = value.get<bool>();
+            else if (key == "selection")
+                view_.ReportSelection(value.get<bool>());
+            else
+                throw std::runtime_error("scenario: \"report\" knows \"ownProcedure\" and \"selection\", not \"" + key +
+                                         "\"");
+        }
     }
 }
 
@@ -302,6 +383,7 @@ struct Scenario::Step {
     Scenario& s;
     const Json& step;
     std::string what;
+    std::size_t index; // the step of the list it belongs to, from 1
 
     // The control the step names.
     app::Ctl control() const {
@@ -388,7 +470,35 @@ struct Scenario::Step {
     }
     void leave() { s.view_.UserLeave(control()); }
     void choose() { s.view_.UserChoose(control(), static_cast<int>(std::trunc(number("index")))); }
-    void type() { s.view_.UserType(control(), step.value("text", std::string{})); }
+    // Typing replaces the text; a selection ("selStart", "selLength") is
+    // made after it, or alone when no "text" is given.
+    void type() {
+        const app::Ctl box = control();
+        const bool selects = step.contains("selStart") || step.contains("selLength");
+        if (step.contains("text") || !selects) s.view_.UserType(box, step.value("text", std::string{}));
+        if (!selects) return;
+        if (app::Spec(box).kind != app::Kind::TextBox)
+            throw std::runtime_error("scenario: \"selStart\" and \"selLength\" select text in a text box");
+        auto whole = [&](const char* key, int fallback) {
+            if (!step.contains(key)) return fallback;
+            const auto n = fake::WholeNumber<int>(step[key]);
+            if (!n || *n < 0)
+                throw std::runtime_error(std::string("scenario: \"") + key + "\" is a whole number from 0");
+            return *n;
+        };
+        s.view_.UserSelectText(box, whole("selStart", s.view_.SelStart(box)), whole("selLength", 0));
+    }
+    // An entry of the drive list's pop-up menu by index, also one the menu
+    // does not have: its handler gets the index as it is.
+    void popup() {
+        const auto n = step.contains("index") ? fake::WholeNumber<std::int16_t>(step["index"]) : std::nullopt;
+        if (!n)
+            throw std::runtime_error("scenario: step \"popup\" needs a whole number \"index\" from -32768 to 32767");
+        if (*n >= 0 && *n <= 8)
+            s.view_.UserClick(app::PopupEntry(*n));
+        else
+            s.form_->mnuPopup_Click(*n);
+    }
     void move() {
         if (step.contains("left")) s.view_.SetLeft(app::Ctl::frmMain, number("left"));
         if (step.contains("top")) s.view_.SetTop(app::Ctl::frmMain, number("top"));
@@ -430,7 +540,11 @@ struct Scenario::Step {
         auto item = [&](const char* key) -> platform::Pidl {
             if (!step.contains(key)) return 0;
             const Json& i = step[key];
-            return s.machine_.ShellItem(i.value("name", std::string{}), i.value("path", std::string{}));
+            if (i.is_object())
+                return s.machine_.ShellItem(i.value("name", std::string{}), i.value("path", std::string{}));
+            if (const auto raw = RawItem(i)) return *raw;
+            throw std::runtime_error(std::string("scenario: a report's \"") + key +
+                                     "\" is {\"name\", \"path\"} or a raw value from -2147483648 to 4294967295");
         };
         if (step.contains("value")) {
             const auto value = fake::WholeNumber<std::uint32_t>(step["value"]);
@@ -441,6 +555,15 @@ struct Scenario::Step {
             s.machine_.ShellReport(event, item("item1"), item("item2"));
     }
     void tick() { s.view_.TimerTick(control()); }
+    // A step that arrives at the n-th yield to the message loop from now.
+    void atYield() {
+        const auto n = step.contains("n") ? fake::WholeNumber<std::int64_t>(step["n"]) : std::nullopt;
+        if (!n || *n < 1) throw std::runtime_error("scenario: step \"atYield\" needs a whole number \"n\" from 1");
+        if (!step.contains("step") || !step["step"].is_object())
+            throw std::runtime_error("scenario: step \"atYield\" needs a \"step\" to run");
+        const std::int64_t now = s.machine_.Yields();
+        s.queueAtYield(step["step"], index, now, now + *n, 0);
+    }
     // Any window message, sent through the window's chain of procedures.
     void message() {
         auto whole = [&](const char* key, auto fallback) {
@@ -473,18 +596,19 @@ struct Scenario::Step {
     };
     static const Kind* Find(std::string_view name) {
         static constexpr Kind kKinds[] = {
-            {"start", false, &Step::start},    {"activate", true, &Step::activate},
-            {"click", true, &Step::click},     {"select", true, &Step::select},
-            {"release", true, &Step::release}, {"dblclick", true, &Step::dblclick},
-            {"key", true, &Step::key},         {"mouseUp", true, &Step::mouseUp},
-            {"leave", true, &Step::leave},     {"choose", true, &Step::choose},
-            {"type", true, &Step::type},       {"move", true, &Step::move},
-            {"resize", true, &Step::resize},   {"minimize", true, &Step::minimize},
-            {"restore", true, &Step::restore}, {"close", true, &Step::close},
-            {"plug", false, &Step::plug},      {"pull", false, &Step::pull},
-            {"shell", false, &Step::shell},    {"tick", true, &Step::tick},
-            {"message", true, &Step::message}, {"advance", false, &Step::advance},
-            {"answer", false, &Step::answer},
+            {"start", false, &Step::start},     {"activate", true, &Step::activate},
+            {"click", true, &Step::click},      {"select", true, &Step::select},
+            {"release", true, &Step::release},  {"dblclick", true, &Step::dblclick},
+            {"key", true, &Step::key},          {"mouseUp", true, &Step::mouseUp},
+            {"leave", true, &Step::leave},      {"choose", true, &Step::choose},
+            {"type", true, &Step::type},        {"move", true, &Step::move},
+            {"resize", true, &Step::resize},    {"minimize", true, &Step::minimize},
+            {"restore", true, &Step::restore},  {"close", true, &Step::close},
+            {"plug", false, &Step::plug},       {"pull", false, &Step::pull},
+            {"shell", false, &Step::shell},     {"tick", true, &Step::tick},
+            {"message", true, &Step::message},  {"advance", false, &Step::advance},
+            {"answer", false, &Step::answer},   {"popup", true, &Step::popup},
+            {"atYield", false, &Step::atYield},
         };
         for (const Kind& k : kKinds)
             if (k.name == name) return &k;
@@ -492,29 +616,59 @@ struct Scenario::Step {
     }
 };
 
-void Scenario::runStep(std::size_t index) {
-    const Json& step = impl_->steps[index];
+void Scenario::runStep(std::size_t index) { perform(impl_->steps[index], index + 1, 0); }
+
+void Scenario::perform(const Json& step, std::size_t index, std::int64_t yield) {
+    const std::string where =
+        "step " + std::to_string(index) + (yield > 0 ? " (at yield " + std::to_string(yield) + ")" : "");
     if (!step.is_object() || !step.contains("do") || !step["do"].is_string())
-        throw std::runtime_error("scenario: step " + std::to_string(index + 1) + " needs a \"do\"");
-    Step current{*this, step, step["do"].get<std::string>()};
+        throw std::runtime_error("scenario: " + where + " needs a \"do\"");
+    Step current{*this, step, step["do"].get<std::string>(), index};
     const std::string& what = current.what;
     Json e;
     e["event"] = "step";
-    e["index"] = index + 1;
+    e["index"] = index;
     e["do"] = what;
     e["timer"] = Timer();
+    if (yield > 0) e["yield"] = yield;
     emit(Dump(e));
 
-    if (machine_.Ended())
-        throw std::runtime_error("scenario: step " + std::to_string(index + 1) + " comes after the program has ended");
+    if (machine_.Ended()) throw std::runtime_error("scenario: " + where + " comes after the program has ended");
     const Step::Kind* kind = Step::Find(what);
     if ((kind == nullptr || kind->needsForm) && !form_)
         throw std::runtime_error("scenario: step \"" + what + "\" comes before \"start\"");
     if (kind == nullptr) throw std::runtime_error("scenario: unknown step \"" + what + "\"");
-    (current.*(kind->run))();
 
-    if (after_) after_(index + 1, what);
-    if (machine_.Ended()) {
+    // The steps that arrive while this one's handler yields: one a yield, in
+    // order, or at the yield each names.
+    const std::uint64_t serial = ++impl_->performed;
+    const std::int64_t base = machine_.Yields();
+    if (step.contains("during")) {
+        if (!step["during"].is_array()) throw std::runtime_error("scenario: \"during\" must be an array of steps");
+        std::int64_t at = 0;
+        for (const Json& d : step["during"]) {
+            std::int64_t n = at + 1;
+            if (d.is_object() && d.contains("yield")) {
+                const auto y = fake::WholeNumber<std::int64_t>(d["yield"]);
+                if (!y || *y < std::max<std::int64_t>(at, 1))
+                    throw std::runtime_error("scenario: a \"during\" step's \"yield\" is a whole number from 1, "
+                                             "no earlier than the one before it");
+                n = *y;
+            }
+            at = n;
+            queueAtYield(d, index, base, base + n, serial);
+        }
+    }
+    (current.*(kind->run))();
+    for (const auto& p : impl_->pending)
+        if (p.owner == serial)
+            throw std::runtime_error(
+                "scenario: " + where + " (\"" + what + "\") yielded " + std::to_string(machine_.Yields() - base) +
+                " times, so its \"during\" step for yield " + std::to_string(p.target - p.base) + " never ran");
+
+    if (yield == 0 && after_) after_(index, what);
+    if (machine_.Ended() && !impl_->endedReported) {
+        impl_->endedReported = true;
         Json end;
         end["event"] = "ended";
         end["exitCode"] = machine_.ExitCode();
@@ -523,8 +677,33 @@ void Scenario::runStep(std::size_t index) {
     }
 }
 
+void Scenario::queueAtYield(const Json& step, std::size_t index, std::int64_t base, std::int64_t target,
+                            std::uint64_t owner) {
+    impl_->pending.push_back(Impl::Pending{step, index, base, target, owner});
+}
+
+void Scenario::onYield() {
+    if (finished_) return;
+    auto& pending = impl_->pending;
+    for (;;) {
+        const std::int64_t now = machine_.Yields();
+        const auto due = std::find_if(pending.begin(), pending.end(), [now](const auto& p) { return p.target <= now; });
+        if (due == pending.end()) return;
+        const Impl::Pending p = std::move(*due);
+        pending.erase(due);
+        perform(p.step, p.index, now - p.base);
+    }
+}
+
 void Scenario::Run() {
     for (std::size_t i = 0; i < impl_->steps.size(); ++i) runStep(i);
+    if (!impl_->pending.empty()) {
+        const auto& p = impl_->pending.front();
+        throw std::runtime_error("scenario: the \"atYield\" step of step " + std::to_string(p.index) +
+                                 " waits for yield " + std::to_string(p.target - p.base) +
+                                 ", but the program yielded only " + std::to_string(machine_.Yields() - p.base) +
+                                 " times after it");
+    }
 
     Json final;
     final["event"] = "final";

@@ -8,6 +8,9 @@
 #include <string_view>
 #include <vector>
 
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+
 #include "app/frmMain.h"
 #include "platform/fake/headless_view.h"
 #include "platform/fake/machine.h"
@@ -39,6 +42,14 @@ private:
     struct Impl;
     struct Step;
     void runStep(std::size_t index);
+    // Runs one step: a step of the list (yield 0), or one that arrives at
+    // that yield of a handler (counted from the step that asked for it).
+    void perform(const nlohmann::ordered_json& step, std::size_t index, std::int64_t yield);
+    // Schedules a step for the yield numbered target (the machine's count).
+    void queueAtYield(const nlohmann::ordered_json& step, std::size_t index, std::int64_t base, std::int64_t target,
+                      std::uint64_t owner);
+    // At every yield: the steps due then, in the order they were asked for.
+    void onYield();
     // The window repaints before anything else is reported, so a picture
     // painted earlier is reported first.
     // Nothing is reported after the final state (the program's objects

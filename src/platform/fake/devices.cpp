@@ -144,8 +144,9 @@ void Hardware::eject(Node& target) {
                 roots.push_back(d->root);
         }
     }
-    for (const auto& root : roots) machine_.RemoveDrive(root);
+    // The observer still finds the drives, as the system still knows how to name them.
     if (onEjected_) onEjected_(target.device.instanceId, roots);
+    for (const auto& root : roots) machine_.RemoveDrive(root);
 }
 
 void Hardware::Sleep(std::uint32_t milliseconds) {

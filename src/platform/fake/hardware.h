@@ -58,7 +58,8 @@ public:
     void AddDisk(Disk disk) { disks_.push_back(std::move(disk)); }
     void SetManagementReachable(bool reachable) { managementReachable_ = reachable; }
     // Called after an accepted eject request, with the ejected device's
-    // instance ID and the roots of the drives that went with it.
+    // instance ID and the roots of the drives that go with it, just before
+    // those drives are taken away.
     void OnEjected(std::function<void(const std::string&, const std::vector<std::string>&)> observer) {
         onEjected_ = std::move(observer);
     }

@@ -83,6 +83,13 @@ std::string HeadlessView::Text(Ctl control) const {
     return state(control).text;
 }
 
+void HeadlessView::selectionMoved(Ctl control, int start, int length) {
+    if (!reportSelection_) return;
+    const portable::ControlState& s = state(control);
+    if (s.selStart != start) notify(control, "selStart", std::to_string(s.selStart));
+    if (s.selLength != length) notify(control, "selLength", std::to_string(s.selLength));
+}
+
 void HeadlessView::SetText(Ctl control, const std::string& text) {
     portable::ControlState& s = state(control);
     if (s.text == text) return;
@@ -92,7 +99,9 @@ void HeadlessView::SetText(Ctl control, const std::string& text) {
     notify(control, textBox ? "text" : "caption", text);
     if (textBox) {
         s.dataChanged = true;
+        const int start = s.selStart, length = s.selLength;
         s.TextReplaced(vb::CharCount(text));
+        selectionMoved(control, start, length);
         if (events_) events_->Change(control);
     }
 }
@@ -254,9 +263,19 @@ bool HeadlessView::SetListIndex(Ctl list, int index) {
     return true;
 }
 
-void HeadlessView::SetSelStart(Ctl control, int start) { state(control).SetSelStart(start, TextLength(control)); }
+void HeadlessView::SetSelStart(Ctl control, int start) {
+    portable::ControlState& s = state(control);
+    const int oldStart = s.selStart, oldLength = s.selLength;
+    s.SetSelStart(start, TextLength(control));
+    selectionMoved(control, oldStart, oldLength);
+}
 
-void HeadlessView::SetSelLength(Ctl control, int length) { state(control).SetSelLength(length, TextLength(control)); }
+void HeadlessView::SetSelLength(Ctl control, int length) {
+    portable::ControlState& s = state(control);
+    const int oldStart = s.selStart, oldLength = s.selLength;
+    s.SetSelLength(length, TextLength(control));
+    selectionMoved(control, oldStart, oldLength);
+}
 
 void HeadlessView::SetFocus(Ctl control) { focus_ = control; }
 
@@ -307,7 +326,13 @@ void HeadlessView::UserMouseUp(Ctl control, std::int16_t button, std::int16_t sh
 void HeadlessView::UserType(Ctl control, const std::string& text) {
     focus_ = control;
     SetText(control, text);
-    state(control).selStart = vb::CharCount(text);
+    SetSelStart(control, vb::CharCount(text)); // the caret after the last character typed
+}
+
+void HeadlessView::UserSelectText(Ctl control, int start, int length) {
+    focus_ = control;
+    SetSelStart(control, start);
+    SetSelLength(control, length);
 }
 
 void HeadlessView::UserLeave(Ctl control) {

@@ -28,6 +28,9 @@ public:
 
     // Observers see every change of a control's state, in order.
     void OnChange(std::function<void(const ViewChange&)> observer) { observer_ = std::move(observer); }
+    // Whether a text box's selection is a change observers see ("selStart",
+    // "selLength"); off unless asked for.
+    void ReportSelection(bool report) { reportSelection_ = report; }
 
     // The user's actions.
     void UserClick(app::Ctl control);
@@ -35,6 +38,7 @@ public:
     void UserKey(app::Ctl control, std::int16_t keyCode, std::int16_t shift); // key down, then up
     void UserMouseUp(app::Ctl control, std::int16_t button, std::int16_t shift = 0);
     void UserType(app::Ctl control, const std::string& text);
+    void UserSelectText(app::Ctl control, int start, int length);      // the selection in a text box
     void UserLeave(app::Ctl control);                                  // focus leaves a control that validates
     void UserChoose(app::Ctl list, int index);                         // a combo or list box entry
     void UserSelectRows(app::Ctl list, const std::vector<int>& items); // report-view rows, then a click
@@ -161,6 +165,8 @@ private:
     void notify(app::Ctl control, std::string property, std::string value);
     void notifyNow(app::Ctl control, std::string property, std::string value);
     void notifyRows(app::Ctl list);
+    // Reports the selection of a text box where it differs from start and length.
+    void selectionMoved(app::Ctl control, int start, int length);
     bool validItem(app::Ctl list, int item) const { return item >= 1 && item <= ItemCount(list); }
 
     platform::WindowHandle handle_;
@@ -168,6 +174,7 @@ private:
     std::vector<Canvas> canvases_;
     app::ViewEvents* events_ = nullptr;
     std::function<void(const ViewChange&)> observer_;
+    bool reportSelection_ = false;
     int windowState_ = app::kStateNormal;
     app::Ctl focus_ = app::Ctl::frmMain;
     app::Ctl lastPopup_ = app::Ctl::frmMain;

@@ -12,8 +12,13 @@ Machine::Machine() = default;
 // --- describing the machine ---
 
 std::string Machine::Key(std::string_view path) {
-    std::string key(path);
-    for (char& c : key) c = c == '/' ? '\\' : vb::UpperChar(c);
+    std::string key;
+    for (const char c : path) {
+        const char upper = c == '/' ? '\\' : vb::UpperChar(c);
+        // "C:\Tools\\x.exe" names the same file as "C:\Tools\x.exe".
+        if (upper == '\\' && !key.empty() && key.back() == '\\') continue;
+        key += upper;
+    }
     while (key.size() > 3 && key.back() == '\\') key.pop_back();
     if (key.size() == 2 && key[1] == ':') key += '\\';
     return key;

@@ -112,6 +112,9 @@ public:
     void Advance(double seconds);
     // Runs work when the clock passes a time, during a yield.
     void At(double time, std::function<void()> work);
+    // Called at every yield to the message loop, after the work then due:
+    // what the user or the system does while a handler yields.
+    void OnYield(std::function<void()> observer) { yieldObserver_ = std::move(observer); }
 
     // --- message boxes ---
     void QueueAnswer(std::int32_t answer) { answers_.push_back(answer); }
@@ -155,6 +158,8 @@ public:
     const std::vector<Delivered>& OwnProcedureMessages() const { return ownMessages_; }
     // What the window's own procedure answers to every message (0 unless set).
     void SetOwnProcedureResult(std::intptr_t result) { ownResult_ = result; }
+    // Called for every message as it reaches the window's own procedure.
+    void OnOwnProcedure(std::function<void(const Delivered&)> observer) { ownObserver_ = std::move(observer); }
     // The value standing for a window's own procedure.
     static constexpr std::intptr_t kOwnProcedure = portable::WindowProcedures::kOwnProcedure;
     std::intptr_t CurrentProcedure(platform::WindowHandle window) const { return windows_.Procedure(window); }
@@ -282,7 +287,9 @@ private:
     const Node* profileNode(const std::string& path);
 
     void record(std::string name, std::vector<std::string> args, std::string result, bool request);
-    static std::string Key(std::string_view path); // upper case, no trailing backslash but on a root
+    // Upper case, separators as the system reads them (a run of them is
+    // one), no trailing backslash but on a root.
+    static std::string Key(std::string_view path);
     Drive* driveOf(std::string_view path);
     bool writable(std::string_view path);
     bool folderExists(const std::string& key) const;
@@ -309,6 +316,8 @@ private:
     portable::WindowProcedures windows_; // procedures, styles and properties of the windows
     std::vector<Delivered> ownMessages_;
     std::intptr_t ownResult_ = 0;
+    std::function<void(const Delivered&)> ownObserver_;
+    std::function<void()> yieldObserver_;
     int beeps_ = 0;
     portable::ShellItems shell_{0x100000}; // items, report records, registered windows
     std::string currentDir_ = "C:\\";

@@ -64,6 +64,7 @@ void Machine::DoEvents() {
     ++yields_;
     now_ += tick_;
     runDue();
+    if (yieldObserver_) yieldObserver_();
 }
 
 void Machine::WaitForMessages(float seconds) {
@@ -134,6 +135,7 @@ std::intptr_t Machine::CallWindowProcA(std::intptr_t previous, platform::WindowH
         previous, window, message, wParam, lParam,
         [this](platform::WindowHandle, std::uint32_t m, std::uintptr_t w, std::intptr_t l) {
             ownMessages_.push_back(Delivered{m, w, l});
+            if (ownObserver_) ownObserver_(ownMessages_.back());
             return ownResult_;
         });
 }
