@@ -4,6 +4,7 @@
 // window through its procedure chain.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 
 #include <QComboBox>
@@ -292,6 +293,64 @@ TEST(LinuxEventPump, DeviceAndShellEventsArriveThroughTheWindowsProcedureChain) 
     EXPECT_EQ(shell.Items().Blocks(), 1u) << "only the desktop's item stays";
     g_seen = nullptr;
     g_shell = nullptr;
+}
+
+// Each event read in one go waits for the repaint of what the one before
+// changed: a new drive is on screen before the shell's reports of it run.
+std::vector<std::string>* g_order = nullptr;
+QWidget* g_dirty = nullptr;
+
+std::intptr_t Changes(platform::WindowHandle, std::uint32_t message, std::uintptr_t, std::intptr_t) {
+    if (g_order != nullptr && message == platform::kWmDeviceChange) {
+        g_order->push_back("event");
+        g_dirty->update(); // as the drive list's refill does
+    }
+    return 0;
+}
+
+class PaintLog : public QObject {
+public:
+    explicit PaintLog(std::vector<std::string>& order) : order_(order) {}
+
+protected:
+    bool eventFilter(QObject*, QEvent* event) override {
+        if (event->type() == QEvent::Paint) order_.push_back("paint");
+        return false;
+    }
+
+private:
+    std::vector<std::string>& order_;
+};
+
+TEST(LinuxEventPump, EachEventReadTogetherWaitsForTheRepaintOfTheOneBefore) {
+    linuxbk::System::Options options;
+    options.events = false;
+    linuxbk::System system(options);
+    qtui::QtWindow window;
+    qtui::QtWindowSystem windows(system.Console(), window);
+    qtui::LinuxEventPump pump(system, window);
+    window.Widget()->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.Widget()));
+    QTest::qWait(50);
+    std::vector<std::string> order;
+    PaintLog log(order);
+    window.Widget()->installEventFilter(&log);
+    g_order = &order;
+    g_dirty = window.Widget();
+    windows.SetWindowLongA(window.hWnd(), platform::kGwlWndProc, reinterpret_cast<std::intptr_t>(&Changes));
+
+    using Kind = linuxbk::SystemEvent::Kind;
+    pump.Queue({{Kind::DeviceArrived, "", "", 0, "/dev/sdb"},
+                {Kind::DeviceRemoved, "", "", 0, "/dev/sdb"},
+                {Kind::DeviceArrived, "", "", 0, "/dev/sdc"}});
+    EXPECT_EQ(order, std::vector<std::string>{"event"}) << "the first at once, the others later";
+    EXPECT_TRUE(QTest::qWaitFor([&] { return std::count(order.begin(), order.end(), "event") == 3; }, 2000));
+    QTest::qWait(50);
+    const std::vector<std::string> expected{"event", "paint", "event", "paint", "event", "paint"};
+    EXPECT_EQ(order, expected);
+    window.Widget()->removeEventFilter(&log);
+    g_order = nullptr;
+    g_dirty = nullptr;
 }
 
 } // namespace
