@@ -45,7 +45,8 @@ void LetterMap::readTable() {
     } else {
         lastText_ = ReadFile(mountInfoPath_).value_or(std::string());
     }
-    Build(ParseMountInfo(lastText_));
+    lastMounts_ = ParseMountInfo(lastText_);
+    Build(lastMounts_);
 }
 
 void LetterMap::Pin(const std::vector<MountEntry>& mounts) {
@@ -59,7 +60,7 @@ void LetterMap::Unpin() {
     if (!pins_.empty()) {
         Build(pins_.back());
     } else {
-        Build(ParseMountInfo(lastText_)); // the table last read; Sync reads a newer one when there is one
+        Build(lastMounts_); // the table last read; Sync reads a newer one when there is one
     }
 }
 
@@ -74,7 +75,8 @@ void LetterMap::Sync() {
         const auto text = ReadFile(mountInfoPath_).value_or(std::string());
         if (text != lastText_) {
             lastText_ = text;
-            Build(ParseMountInfo(lastText_));
+            lastMounts_ = ParseMountInfo(lastText_);
+            Build(lastMounts_);
         }
     }
 }

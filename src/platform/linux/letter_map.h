@@ -122,6 +122,7 @@ private:
     UniqueFd watch_; // the mount table, polled for POLLPRI on /proc
     bool proc_ = false;
     std::string lastText_;
+    std::vector<MountEntry> lastMounts_; // lastText_ read
     std::vector<MountEntry> mounts_;
     std::vector<DriveRecord> drives_;
     std::vector<std::pair<std::string, char>> kept_; // key -> letter of the last build
