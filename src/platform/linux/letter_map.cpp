@@ -119,10 +119,10 @@ void LetterMap::ForgetDevice(std::uint32_t major, std::uint32_t minor, const std
 }
 
 std::optional<DiskInfo> LetterMap::BusDisk(const std::string& diskName) const {
-    if (keepDevices_)
-        if (const auto kept = disks_.find(diskName); kept != disks_.end()) return kept->second;
+    // Kept until the next build, or while events are watched until the disk's event.
+    if (const auto kept = disks_.find(diskName); kept != disks_.end()) return kept->second;
     auto disk = sysfs_.Disk(diskName, Sysfs::Detail::Bus);
-    if (keepDevices_ && disk) disks_.emplace(diskName, *disk);
+    if (disk) disks_.emplace(diskName, *disk);
     return disk;
 }
 
