@@ -254,7 +254,11 @@ TEST_F(CtlLinuxUdisks, ReleasingAHeldUsbDriveIsRefusedByUdisksAndNamesTheHolder)
     EXPECT_FALSE(own.Open()) << "the release closes this program's own descriptors on the drive";
     EXPECT_EQ(released.code, ctl::kOk) << released.message << " / " << sys.Devices().LastEject().text;
     EXPECT_EQ(released.message, "Drive " + *root + " has been released; it is safe to unplug it now.");
-    EXPECT_EQ(requests.targets, std::vector<std::string>{tree.UsbDevice()});
+    // On a busy machine the child's last hold may still be let go of at the
+    // first request: the retries are there for that.
+    EXPECT_FALSE(requests.targets.empty());
+    EXPECT_LE(requests.targets.size(), static_cast<std::size_t>(release::kEjectAttempts));
+    EXPECT_EQ(requests.targets, std::vector<std::string>(requests.targets.size(), tree.UsbDevice()));
     EXPECT_EQ(sys.Devices().LastEject().method, "udisks2");
     EXPECT_FALSE(RootAt(sys, mountPoint)) << "released, the drive is no longer mounted";
     EXPECT_TRUE(linuxtest::WaitFor([&] { return !linuxtest::LoopDrives::Attached(*drive); }, 3000))
